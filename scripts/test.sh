@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Builds dmsd and runs the whole test suite: formatting, the plain build, and
+# the build under AddressSanitizer + UndefinedBehaviorSanitizer; the
+# concurrency tests also run under ThreadSanitizer.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install-deps.sh
+
+echo "== formatting"
+files=$(git ls-files 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' 'bench/*.cpp' 'bench/*.h' 2>/dev/null \
+  || find src tests bench -name '*.cpp' -o -name '*.h')
+clang-format --dry-run --Werror $files
+
+build() {  # dir, extra cmake arguments...
+  local dir=$1
+  shift
+  cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
+  cmake --build "$dir"
+}
+
+echo "== ThreadSanitizer: concurrency tests"
+build build-tsan -DDMSD_SANITIZE=thread
+TSAN_OPTIONS=halt_on_error=1 ./build-tsan/tests/dmsd_unit_tests --gtest_filter='Concurrency*'
+
+echo "== AddressSanitizer + UndefinedBehaviorSanitizer"
+build build-asan -DDMSD_SANITIZE=address,undefined
+ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  ctest --test-dir build-asan --output-on-failure -j2 --timeout 120
+
+echo "== plain build"
+build build
+ctest --test-dir build --output-on-failure -j2 --timeout 120

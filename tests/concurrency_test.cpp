@@ -1,0 +1,153 @@
+// Readers of the state variables and of the content tree against a writer that
+// changes both, as the UPnP threads run against change notification. Bounded by
+// iteration counts so that a ThreadSanitizer build stays quick.
+#include <gtest/gtest.h>
+
+#include <charconv>
+#include <deque>
+#include <latch>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "content/metadata.h"
+#include "content/test_tree.h"
+#include "fakes/fake_upnp_device.h"
+#include "upnp/state_var.h"
+
+namespace {
+
+constexpr int kReaders = 4;
+constexpr int kReaderRounds = 300;
+constexpr int kWriterRounds = 300;
+constexpr size_t kLiveItems = 40;
+constexpr int32_t kMusicViews[] = {kDlnaIdMusicGenre, kDlnaIdMusicArtist, kDlnaIdMusicAlbum,
+                                   kDlnaIdMusicYear};
+
+// Walks "Folder" and the music views as Browse would; the first broken
+// invariant, or "". Caller holds info.lock.
+std::string checkTree(DlnaInfo& info) {
+  DlnaEntry* folder = dlnaGetEntry(&info, kDlnaIdFolder);
+  DlnaEntry* all = dlnaGetEntry(&info, kDlnaIdAllMusic);
+  if (!folder || !all) return "default container missing";
+  int32_t music = 0;
+  std::vector<DlnaEntry*> pending{folder};
+  while (!pending.empty()) {
+    DlnaEntry* container = pending.back();
+    pending.pop_back();
+    if (container->childCount != static_cast<int32_t>(container->children->nodes.size()))
+      return "child count of " + std::to_string(container->id);
+    for (auto& [id, child] : container->children->nodes) {
+      if (child->id != id || child->parent != container || dlnaGetEntry(&info, id) != child)
+        return "links of " + std::to_string(id);
+      if (!child->isItem())
+        pending.push_back(child);
+      else if (child->media && child->media->mediaClass == kDlnaClassAudio)
+        ++music;
+    }
+  }
+  if (all->childCount != music || info.musicCount != music) return "music count";
+  for (int32_t viewId : kMusicViews) {
+    DlnaEntry* view = dlnaGetEntry(&info, viewId);
+    int32_t filed = 0;
+    for (auto& [id, group] : view->children->nodes) {
+      if (group->childCount <= 0) return "empty group " + std::to_string(id);
+      filed += group->childCount;
+    }
+    if (filed != music) return "items filed in view " + std::to_string(viewId);
+  }
+  return "";
+}
+
+TestTags tagsFor(int round) {
+  return {.genre = "g" + std::to_string(round % 5),
+          .artist = "a" + std::to_string(round % 7),
+          .album = "l" + std::to_string(round % 11),
+          .year = 1990 + round % 13};
+}
+
+struct ReaderLog {
+  std::string error;
+  int values = 0;
+};
+
+void reader(DlnaInfo& info, std::latch& start, ReaderLog& log) {
+  start.arrive_and_wait();
+  long last = -1;
+  for (int round = 0; round < kReaderRounds && log.error.empty(); ++round) {
+    auto value = dlnaGetVarValue(kCdsServiceId, "SystemUpdateID");
+    long number = -1;
+    if (!value || std::from_chars(value->data(), value->data() + value->size(), number).ptr !=
+                      value->data() + value->size()) {
+      log.error = "SystemUpdateID is not a number";
+      break;
+    }
+    if (number < last) log.error = "SystemUpdateID went down";
+    last = number;
+    ++log.values;
+    auto vars = dlnaGetServiceVars(kCmsServiceId);
+    if (vars.size() != 3 || vars[2].first != "CurrentConnectionIDs" || vars[2].second != "0")
+      log.error = "ConnectionManager variables changed";
+    std::shared_lock lock(info.lock);
+    std::string broken = checkTree(info);
+    if (!broken.empty()) log.error = broken;
+  }
+}
+
+TEST(Concurrency, ReadersSeeConsistentTreeAndVariablesWhileWriterChangesThem) {
+  dlnaInitVarValue();
+  fakeClearNotifications();
+  DlnaInfo info;
+  TestTree tree(info);
+  DlnaEntry* shares[] = {tree.addShare("/a"), tree.addShare("/b")};
+  std::deque<int32_t> live;
+  int32_t subId = 0;
+
+  std::latch start(kReaders + 1);
+  std::vector<ReaderLog> logs(kReaders);
+  std::vector<std::thread> readers;
+  for (ReaderLog& log : logs)
+    readers.emplace_back(reader, std::ref(info), std::ref(start), std::ref(log));
+
+  start.arrive_and_wait();
+  for (int round = 1; round <= kWriterRounds; ++round) {
+    {
+      std::unique_lock lock(info.lock);
+      DlnaEntry* item = tree.addItem(shares[round % 2], kDlnaClassAudio,
+                                     "t" + std::to_string(round), tagsFor(round));
+      live.push_back(item->id);
+      if (live.size() > kLiveItems) {
+        dlnaFreeEntry(&info, dlnaGetEntry(&info, live.front()));
+        live.pop_front();
+      }
+      if (round % 50 == 0) {
+        DlnaEntry* sub = tree.addFolder(shares[0], "sub");
+        for (int k = 0; k < 3; ++k) tree.addItem(sub, kDlnaClassAudio, "s", tagsFor(round + k));
+        subId = sub->id;
+      } else if (round % 50 == 25 && subId != 0) {
+        dlnaFreeEntry(&info, dlnaGetEntry(&info, subId));
+        subId = 0;
+      }
+    }
+    dlnaSetVarValueNum(kCdsServiceId, "SystemUpdateID", round);
+  }
+  for (std::thread& t : readers) t.join();
+
+  for (const ReaderLog& log : logs) {
+    EXPECT_EQ(log.error, "");
+    EXPECT_EQ(log.values, kReaderRounds);
+  }
+  EXPECT_EQ(checkTree(info), "");
+  EXPECT_EQ(info.musicCount, static_cast<int32_t>(live.size()) + (subId != 0 ? 3 : 0));
+  auto events = fakeNotifications();
+  ASSERT_EQ(events.size(), static_cast<size_t>(kWriterRounds));
+  EXPECT_EQ(events.back().vars[0].second, std::to_string(kWriterRounds));
+  EXPECT_EQ(dlnaGetVarValue(kCdsServiceId, "SystemUpdateID"), std::to_string(kWriterRounds));
+
+  dlnaFreeVarValue();
+  fakeClearNotifications();
+}
+
+}  // namespace

@@ -1,0 +1,167 @@
+// The server's start and stop sequences, with recording subsystems.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "content/metadata.h"
+#include "core/dlna_dms.h"
+#include "fakes/fake_upnp_device.h"
+#include "upnp/state_var.h"
+
+namespace {
+
+std::vector<std::string> g_calls;
+int g_deviceResult = 0;
+
+DmsSubsystems recordingSubsystems() {
+  DmsSubsystems s = {};
+  s.startProfiles = [](DlnaInfo* info) {
+    g_calls.push_back("startProfiles");
+    info->registry = reinterpret_cast<DlnaProfileRegistry*>(&g_calls);
+  };
+  s.stopProfiles = [](DlnaInfo*) { g_calls.push_back("stopProfiles"); };
+  s.openNotify = [](DlnaInfo*) { g_calls.push_back("openNotify"); };
+  s.closeNotify = [](DlnaInfo*) { g_calls.push_back("closeNotify"); };
+  s.startDevice = [](DlnaInfo* info, DmsCfg* cfg) {
+    g_calls.push_back("startDevice port=" + std::to_string(info->port) + " ip=" + info->ip +
+                      " cfg=" + cfg->szDmsName);
+    return g_deviceResult;
+  };
+  s.stopDevice = [](DlnaInfo*) { g_calls.push_back("stopDevice"); };
+  s.buildLibrary = [](DlnaInfo* info) {
+    g_calls.push_back("buildLibrary state=" + std::to_string(info->state) +
+                      " built=" + std::to_string(info->built));
+  };
+  return s;
+}
+
+class ServerStart : public testing::Test {
+ protected:
+  void SetUp() override {
+    memset(&gtDmsCfg, 0, sizeof gtDmsCfg);
+    gtDmsCfg.bEnable = 1;
+    gtDmsCfg.iPort = 8200;
+    strcpy(gtDmsCfg.szIp, "10.0.0.2");
+    strcpy(gtDmsCfg.szDmsName, "Box");
+    g_calls.clear();
+    g_deviceResult = 0;
+    saved_ = g_tDmsSubsystems;
+    g_tDmsSubsystems = recordingSubsystems();
+    fakeClearNotifications();
+    _dlnaDmsInit();
+  }
+  void TearDown() override {
+    _dlnaDmsStop();
+    g_tDmsSubsystems = saved_;
+    memset(&gtDmsCfg, 0, sizeof gtDmsCfg);
+  }
+  DmsSubsystems saved_;
+};
+
+TEST_F(ServerStart, RunsTheStepsInOrderAndPublishesAnUpdate) {
+  ASSERT_EQ(_dlnaDmsStart(), 0);
+  EXPECT_EQ(g_tDlnaInfo.state, kDmsRunning);
+  EXPECT_EQ(g_tDlnaInfo.built, 1);
+  EXPECT_EQ(g_tDlnaInfo.systemUpdateId, 1u);
+  std::vector<std::string> expected = {"startProfiles", "startDevice port=8200 ip=10.0.0.2 cfg=Box",
+                                       "buildLibrary state=1 built=1"};
+  EXPECT_EQ(g_calls, expected);
+  auto events = fakeNotifications();
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(events[0].vars, (decltype(events[0].vars){{"SystemUpdateID", "1"}}));
+  EXPECT_EQ(dlnaGetVarValue(kCmsServiceId, "CurrentConnectionIDs"), "0");
+}
+
+TEST_F(ServerStart, StartIsRefusedUnlessIdle) {
+  ASSERT_EQ(_dlnaDmsStart(), 0);
+  g_calls.clear();
+  EXPECT_EQ(_dlnaDmsStart(), -1);
+  EXPECT_TRUE(g_calls.empty());
+  EXPECT_EQ(g_tDlnaInfo.state, kDmsRunning);
+}
+
+TEST_F(ServerStart, DisabledServerStaysIdle) {
+  gtDmsCfg.bEnable = 0;
+  EXPECT_EQ(_dlnaDmsStart(), 0);
+  EXPECT_EQ(g_tDlnaInfo.state, kDmsIdle);
+  EXPECT_TRUE(g_calls.empty());
+  EXPECT_FALSE(dlnaGetVarValue(kCdsServiceId, "SystemUpdateID"));
+}
+
+TEST_F(ServerStart, FailedDeviceRollsBackToIdle) {
+  g_deviceResult = -1;
+  EXPECT_EQ(_dlnaDmsStart(), -1);
+  EXPECT_EQ(g_tDlnaInfo.state, kDmsIdle);
+  EXPECT_EQ(g_tDlnaInfo.built, 0);
+  EXPECT_EQ(g_tDlnaInfo.registry, nullptr);
+  EXPECT_EQ(g_tDlnaInfo.port, 0);
+  std::vector<std::string> expected = {"startProfiles", "startDevice port=8200 ip=10.0.0.2 cfg=Box",
+                                       "stopDevice", "closeNotify", "stopProfiles"};
+  EXPECT_EQ(g_calls, expected);
+  EXPECT_FALSE(dlnaGetVarValue(kCdsServiceId, "SystemUpdateID"));
+  EXPECT_TRUE(fakeNotifications().empty());
+  // Idle again: a second start is allowed.
+  g_deviceResult = 0;
+  EXPECT_EQ(_dlnaDmsStart(), 0);
+}
+
+TEST_F(ServerStart, StopUndoesTheStartAndFreesTheTree) {
+  ASSERT_EQ(_dlnaDmsStart(), 0);
+  DlnaInfo* info = &g_tDlnaInfo;
+  info->root = dlnaNewContainer(info, "root", nullptr, 0, kDlnaContPlain);
+  DlnaEntry* music = dlnaNewContainer(info, "Music", info->root, kDlnaIdMusic, kDlnaContPlain);
+  _dlnaHdlDefCont(info, info->root, music, kDlnaIdMusic);
+  g_calls.clear();
+  _dlnaDmsStop();
+  EXPECT_EQ(info->state, kDmsIdle);
+  EXPECT_EQ(info->root, nullptr);
+  EXPECT_EQ(info->nextId, kDlnaFirstId);
+  EXPECT_EQ(_dlnaGetDefCont(kDlnaIdMusic), nullptr);
+  ASSERT_NE(info->index, nullptr);
+  EXPECT_TRUE(info->index->empty());
+  std::vector<std::string> expected = {"stopDevice", "closeNotify", "stopProfiles"};
+  EXPECT_EQ(g_calls, expected);
+  EXPECT_FALSE(dlnaGetVarValue(kCdsServiceId, "SystemUpdateID"));
+  g_calls.clear();
+  _dlnaDmsStop();  // idle: nothing happens
+  EXPECT_TRUE(g_calls.empty());
+}
+
+TEST_F(ServerStart, RescanTimeOpensNotifyAndArmsTheAlarm) {
+  sigset_t alrm, old;
+  sigemptyset(&alrm);
+  sigaddset(&alrm, SIGALRM);
+  pthread_sigmask(SIG_BLOCK, &alrm, &old);
+  gtDmsCfg.dwTime = 100;
+  ASSERT_EQ(_dlnaDmsStart(), 0);
+  unsigned left = alarm(0);
+  EXPECT_GT(left, 90u);
+  EXPECT_EQ(g_calls[1], "openNotify");
+  alarm(100);
+  _dlnaDmsStop();
+  EXPECT_EQ(alarm(0), 0u);  // stopping disarms it
+  EXPECT_NE(std::find(g_calls.begin(), g_calls.end(), "closeNotify"), g_calls.end());
+  pthread_sigmask(SIG_SETMASK, &old, nullptr);
+}
+
+TEST_F(ServerStart, ReinitAfterStopGivesFreshState) {
+  DlnaInfo info;
+  info.state = kDmsRunning;
+  info.nextId = 900;
+  info.deviceHandle = 3;
+  info.root = dlnaNewContainer(&info, "root", nullptr, 0, kDlnaContPlain);
+  _dlnaReinit(&info);
+  EXPECT_EQ(info.root, nullptr);
+  EXPECT_EQ(info.state, kDmsIdle);
+  EXPECT_EQ(info.nextId, kDlnaFirstId);
+  EXPECT_EQ(info.deviceHandle, -1);
+  EXPECT_EQ(info.notifyFd, -1);
+  ASSERT_NE(info.index, nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,59 @@
+// Runs the real dmsd binary for end-to-end tests: a temporary folder for its
+// files, start with arguments, bounded polling of its output, signals, and the
+// exit status. The destructor kills a daemon still running and removes the
+// folder. Not copyable; one daemon per object.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+class DmsdProcess {
+ public:
+  DmsdProcess();
+  ~DmsdProcess();
+  DmsdProcess(const DmsdProcess&) = delete;
+  DmsdProcess& operator=(const DmsdProcess&) = delete;
+
+  // The temporary folder (no trailing slash).
+  const std::string& dir() const { return dir_; }
+
+  // Writes `text` to a file in dir() and returns its path.
+  std::string writeFile(const std::string& name, const std::string& text) const;
+
+  // Starts dmsd with exactly these arguments.
+  void start(const std::vector<std::string>& args);
+
+  // Writes `config` as dms.conf and starts dmsd on it with trace logging.
+  void startWithConfig(const std::string& config, std::vector<std::string> extraArgs = {});
+
+  // Polls standard error (or output) until it holds `needle` (`times` times);
+  // false on timeout.
+  bool waitForLog(const std::string& needle, std::chrono::milliseconds timeout = 5s,
+                  int times = 1) const;
+  bool waitForOutput(const std::string& needle, std::chrono::milliseconds timeout = 5s) const;
+
+  std::string log() const;     // standard error so far
+  std::string output() const;  // standard output so far
+
+  void signal(int sig) const;
+  bool running();
+
+  // The exit status (128 + signal number when killed), or nothing on timeout.
+  std::optional<int> waitExit(std::chrono::milliseconds timeout = 5s);
+
+  // SIGTERM, then the exit status.
+  std::optional<int> stop(std::chrono::milliseconds timeout = 5s);
+
+  pid_t pid() const { return pid_; }
+
+ private:
+  std::string dir_;
+  pid_t pid_ = -1;
+  std::optional<int> status_;
+};
