@@ -3,6 +3,7 @@
 // iteration counts so that a ThreadSanitizer build stays quick.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <charconv>
 #include <deque>
 #include <latch>
@@ -20,8 +21,9 @@
 namespace {
 
 constexpr int kReaders = 4;
-constexpr int kReaderRounds = 300;
 constexpr int kWriterRounds = 300;
+// Readers run until the writer is done; this only bounds a starved writer.
+constexpr int kReaderRoundCap = 50000;
 constexpr size_t kLiveItems = 40;
 constexpr int32_t kMusicViews[] = {kDlnaIdMusicGenre, kDlnaIdMusicArtist, kDlnaIdMusicAlbum,
                                    kDlnaIdMusicYear};
@@ -70,13 +72,16 @@ TestTags tagsFor(int round) {
 
 struct ReaderLog {
   std::string error;
-  int values = 0;
+  int rounds = 0;
+  long last = -1;  // the last SystemUpdateID read
 };
 
-void reader(DlnaInfo& info, std::latch& start, ReaderLog& log) {
-  start.arrive_and_wait();
-  long last = -1;
-  for (int round = 0; round < kReaderRounds && log.error.empty(); ++round) {
+// Reads until it has read once after the writer finished.
+void reader(DlnaInfo& info, std::latch& reading, const std::atomic<bool>& done, ReaderLog& log) {
+  long& last = log.last;
+  for (int round = 0; round < kReaderRoundCap && log.error.empty(); ++round) {
+    if (round == 0) reading.count_down();
+    const bool finalRound = done.load();
     auto value = dlnaGetVarValue(kCdsServiceId, "SystemUpdateID");
     long number = -1;
     if (!value || std::from_chars(value->data(), value->data() + value->size(), number).ptr !=
@@ -86,13 +91,16 @@ void reader(DlnaInfo& info, std::latch& start, ReaderLog& log) {
     }
     if (number < last) log.error = "SystemUpdateID went down";
     last = number;
-    ++log.values;
+    ++log.rounds;
     auto vars = dlnaGetServiceVars(kCmsServiceId);
     if (vars.size() != 3 || vars[2].first != "CurrentConnectionIDs" || vars[2].second != "0")
       log.error = "ConnectionManager variables changed";
     std::shared_lock lock(info.lock);
     std::string broken = checkTree(info);
     if (!broken.empty()) log.error = broken;
+    lock.unlock();
+    if (finalRound) break;
+    std::this_thread::yield();
   }
 }
 
@@ -105,13 +113,15 @@ TEST(Concurrency, ReadersSeeConsistentTreeAndVariablesWhileWriterChangesThem) {
   std::deque<int32_t> live;
   int32_t subId = 0;
 
-  std::latch start(kReaders + 1);
+  // The writer starts once every reader is under way.
+  std::latch reading(kReaders);
+  std::atomic<bool> done{false};
   std::vector<ReaderLog> logs(kReaders);
   std::vector<std::thread> readers;
   for (ReaderLog& log : logs)
-    readers.emplace_back(reader, std::ref(info), std::ref(start), std::ref(log));
+    readers.emplace_back(reader, std::ref(info), std::ref(reading), std::cref(done), std::ref(log));
 
-  start.arrive_and_wait();
+  reading.wait();
   for (int round = 1; round <= kWriterRounds; ++round) {
     {
       std::unique_lock lock(info.lock);
@@ -132,12 +142,15 @@ TEST(Concurrency, ReadersSeeConsistentTreeAndVariablesWhileWriterChangesThem) {
       }
     }
     dlnaSetVarValueNum(kCdsServiceId, "SystemUpdateID", round);
+    std::this_thread::yield();  // as the scan does, so readers get turns
   }
+  done = true;
   for (std::thread& t : readers) t.join();
 
   for (const ReaderLog& log : logs) {
     EXPECT_EQ(log.error, "");
-    EXPECT_EQ(log.values, kReaderRounds);
+    EXPECT_LT(log.rounds, kReaderRoundCap);
+    EXPECT_EQ(log.last, kWriterRounds);
   }
   EXPECT_EQ(checkTree(info), "");
   EXPECT_EQ(info.musicCount, static_cast<int32_t>(live.size()) + (subId != 0 ? 3 : 0));
