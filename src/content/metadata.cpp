@@ -139,40 +139,35 @@ DlnaEntry* dlnaGetEntry(DlnaInfo* info, int32_t id) {
   return nullptr;
 }
 
+const DlnaClassViews kDlnaClassViews[3] = {
+    {kDlnaClassVideo, kDlnaIdAllVideo, &DlnaInfo::videoCount, {kDlnaIdVideoYear}},
+    {kDlnaClassImage,
+     kDlnaIdAllPhoto,
+     &DlnaInfo::photoCount,
+     {kDlnaIdPhotoAlbum, kDlnaIdPhotoYear}},
+    {kDlnaClassAudio,
+     kDlnaIdAllMusic,
+     &DlnaInfo::musicCount,
+     {kDlnaIdMusicGenre, kDlnaIdMusicArtist, kDlnaIdMusicAlbum, kDlnaIdMusicYear}},
+};
+
+const DlnaClassViews* dlnaGetClassViews(uint32_t mediaClass) {
+  for (const DlnaClassViews& row : kDlnaClassViews)
+    if (row.mediaClass == mediaClass) return &row;
+  return nullptr;
+}
+
 void dlnaRmvFrmParent(DlnaInfo* info, DlnaEntry* item) {
   if (!info || !item || !item->media) return;
   unlinkFromParent(item);
-  switch (item->media->mediaClass) {
-    case kDlnaClassVideo: {
-      DlnaEntry* all = _dlnaGetDefCont(kDlnaIdAllVideo);
-      if (!all) return;
-      --all->childCount;
-      --info->videoCount;
-      _dlnaRmvFrmParent(info, item, kDlnaIdVideoYear);
-      break;
-    }
-    case kDlnaClassImage: {
-      DlnaEntry* all = _dlnaGetDefCont(kDlnaIdAllPhoto);
-      if (!all) return;
-      --all->childCount;
-      --info->photoCount;
-      _dlnaRmvFrmParent(info, item, kDlnaIdPhotoAlbum);
-      _dlnaRmvFrmParent(info, item, kDlnaIdPhotoYear);
-      break;
-    }
-    case kDlnaClassAudio: {
-      DlnaEntry* all = _dlnaGetDefCont(kDlnaIdAllMusic);
-      if (!all) return;
-      --all->childCount;
-      --info->musicCount;
-      for (int32_t view :
-           {kDlnaIdMusicGenre, kDlnaIdMusicArtist, kDlnaIdMusicAlbum, kDlnaIdMusicYear})
-        _dlnaRmvFrmParent(info, item, view);
-      break;
-    }
-    default:
-      break;
-  }
+  const DlnaClassViews* views = dlnaGetClassViews(item->media->mediaClass);
+  if (!views) return;
+  DlnaEntry* all = _dlnaGetDefCont(views->allId);
+  if (!all) return;
+  --all->childCount;
+  --(info->*views->count);
+  for (int32_t view : views->views)
+    if (view != 0) _dlnaRmvFrmParent(info, item, view);
 }
 
 void _dlnaRmvFrmParent(DlnaInfo* info, DlnaEntry* item, int32_t viewId) {

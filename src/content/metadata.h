@@ -73,6 +73,20 @@ inline constexpr int32_t kDlnaIdPhotoAlbum = 33;
 inline constexpr int32_t kDlnaIdPhotoYear = 34;
 inline constexpr int32_t kDlnaIdFolder = 4;
 
+// Per media class: the "All" container that counts its items, the server
+// count, and the views its items are filed into (0 ends the list).
+struct DlnaClassViews {
+  uint32_t mediaClass;
+  int32_t allId;
+  int32_t DlnaInfo::*count;
+  int32_t views[4];
+};
+
+extern const DlnaClassViews kDlnaClassViews[3];
+
+// The row of a media class, or null.
+const DlnaClassViews* dlnaGetClassViews(uint32_t mediaClass);
+
 struct DlnaDefCont {
   int32_t id;
   DlnaEntry* container;

@@ -167,6 +167,10 @@ struct ClassViews {
   std::vector<int32_t> views;
 };
 
+void PrintTo(const ClassViews& c, std::ostream* os) {
+  *os << c.name;
+}
+
 class GroupRelease : public testing::TestWithParam<ClassViews> {
  protected:
   DlnaInfo info;

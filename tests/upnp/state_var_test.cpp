@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -69,6 +68,10 @@ struct IgnoredSet {
   const char* value;
 };
 
+void PrintTo(const IgnoredSet& s, std::ostream* os) {
+  *os << s.what;
+}
+
 class IgnoredSets : public StateVar, public testing::WithParamInterface<IgnoredSet> {};
 
 TEST_P(IgnoredSets, StoreNothingAndSendNothing) {
@@ -91,12 +94,6 @@ INSTANTIATE_TEST_SUITE_P(
         IgnoredSet{"NullName", kCdsServiceId, nullptr, "1"}),
     [](const testing::TestParamInfo<IgnoredSet>& p) { return std::string(p.param.what); });
 
-TEST_F(StateVar, NullValueIsIgnored) {
-  dlnaSetVarValue(kCdsServiceId, "SystemUpdateID", nullptr);
-  EXPECT_TRUE(fakeNotifications().empty());
-  expectInitialValues();
-}
-
 TEST_F(StateVar, NumericSetStoresDecimalTextAndSendsOneEvent) {
   g_tDlnaInfo.deviceHandle = 42;
   dlnaSetVarValueNum(kCdsServiceId, "SystemUpdateID", 7);
@@ -108,15 +105,6 @@ TEST_F(StateVar, NumericSetStoresDecimalTextAndSendsOneEvent) {
   EXPECT_EQ(events[0].udn, std::string("uuid:") + kFakeUuid);
   EXPECT_EQ(events[0].serviceId, kCdsServiceId);
   EXPECT_EQ(events[0].vars, (Vars{{"SystemUpdateID", "7"}}));
-}
-
-TEST_F(StateVar, NumbersPrintAsSignedDecimal) {
-  const std::pair<int32_t, const char*> cases[] = {
-      {0, "0"}, {-5, "-5"}, {INT_MAX, "2147483647"}, {INT_MIN, "-2147483648"}};
-  for (const auto& [number, text] : cases) {
-    dlnaSetVarValueNum(kCdsServiceId, "SystemUpdateID", number);
-    EXPECT_EQ(dlnaGetVarValue(kCdsServiceId, "SystemUpdateID"), text);
-  }
 }
 
 TEST_F(StateVar, EverySetSendsItsOwnEventInOrderEvenWhenUnchanged) {
