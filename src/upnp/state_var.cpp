@@ -70,8 +70,10 @@ void dlnaInitVarValue() {
 
 void dlnaSetVarValue(const char* serviceId, const char* varName, const char* value) {
   if (!value) return;
+  char uuid[kUpnpUuidSize];
+  UpnpDeviceGetUUID(1, 1, uuid);
   char udn[128];
-  snprintf(udn, sizeof udn, "uuid:%s", UpnpDeviceGetUUID(1, 1));
+  snprintf(udn, sizeof udn, "uuid:%s", uuid);
   std::lock_guard order(g_eventMutex);
   DlnaStateVarRow* row = nullptr;
   int column = 0;

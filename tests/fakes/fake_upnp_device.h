@@ -1,4 +1,5 @@
-// A recording stand-in for the UPnP device interface, for unit tests.
+// A recording stand-in for the UPnP device interface, for unit tests: no
+// network, every call remembered.
 #pragma once
 
 #include <string>
@@ -10,10 +11,21 @@ struct FakeNotify {
   std::string udn;
   std::string serviceId;
   std::vector<std::pair<std::string, std::string>> vars;
+  std::string sid;  // AcceptSubscription only
 };
+
+// The UUID that UpnpDeviceGetUUID reports.
+inline constexpr char kFakeUuid[] = "00000000-1111-2222-3333-444444444444";
 
 // Events sent through UpnpDeviceNotify, oldest first (thread-safe copy).
 std::vector<FakeNotify> fakeNotifications();
+// Subscriptions accepted through UpnpDeviceAcceptSubscription.
+std::vector<FakeNotify> fakeSubscriptions();
 void fakeClearNotifications();
-// The UUID that UpnpDeviceGetUUID reports.
-inline constexpr char kFakeUuid[] = "00000000-1111-2222-3333-444444444444";
+
+// Names of the registration and start/stop calls made, in order
+// ("UpnpDeviceReg", "UpnpDeviceStart2", ...), and the description last started.
+std::vector<std::string> fakeDeviceCalls();
+std::string fakeStartedDescription();
+// Makes the named call fail (return -1) until cleared with an empty name.
+void fakeFailCall(const std::string& name);
