@@ -10,6 +10,7 @@
 #include "platform/log.h"
 #include "platform/timer.h"
 #include "upnp/state_var.h"
+#include "upnp/upnp_dms.h"
 
 namespace {
 constexpr char kLogSource[] = "dlna_dms";
@@ -17,7 +18,17 @@ constexpr char kLogSource[] = "dlna_dms";
 
 DlnaInfo g_tDlnaInfo;
 
-DmsSubsystems g_tDmsSubsystems = {};
+DmsSubsystems g_tDmsSubsystems = {
+    .startProfiles = nullptr,
+    .stopProfiles = nullptr,
+    .openNotify = nullptr,
+    .closeNotify = nullptr,
+    .startDevice = dlnaInitUpnp,
+    .stopDevice = dlnaFinishUpnp,
+    .buildLibrary = nullptr,
+    .folderRequest = nullptr,
+    .rescan = nullptr,
+};
 
 void _dlnaInit(DlnaInfo* info) {
   if (!info) return;

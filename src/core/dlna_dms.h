@@ -18,7 +18,7 @@ struct DmsSubsystems {
   void (*closeNotify)(DlnaInfo* info);
   // Registers and advertises the device; negative on failure.
   int (*startDevice)(DlnaInfo* info, DmsCfg* cfg);
-  void (*stopDevice)(DlnaInfo* info);
+  int (*stopDevice)(DlnaInfo* info);
   // Builds the content tree from the shared folders.
   void (*buildLibrary)(DlnaInfo* info);
   // Signal work, run on the main thread: a folder request (SIGUSR1) and the

@@ -12,6 +12,7 @@
 
 #include "core/dlna_dms.h"
 #include "platform/log.h"
+#include "stack/upnp_device.h"
 
 DmsCfg gtDmsCfg;
 DmsPaths g_tDmsPaths;
@@ -192,6 +193,12 @@ int dmsMain(int argc, char** argv) {
   for (int sig : {SIGTERM, SIGINT, SIGUSR1, SIGALRM}) sigaddset(&waited, sig);
   pthread_sigmask(SIG_BLOCK, &waited, nullptr);
   signal(SIGPIPE, SIG_IGN);
+
+  // The device's UUID is kept beside the configuration.
+  std::string configDir = g_tDmsPaths.config;
+  size_t slash = configDir.rfind('/');
+  configDir = slash == std::string::npos ? "." : configDir.substr(0, slash ? slash : 1);
+  UpnpDeviceSetUuidFile((configDir + (configDir == "/" ? "" : "/") + "dms.uuid").c_str());
 
   if (_InitDmsConf() != 0) {
     DMS_LOG(kLogFailure, "cannot read configuration %s", g_tDmsPaths.config.c_str());

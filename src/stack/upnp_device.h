@@ -17,6 +17,10 @@
 // Room for a UUID text and its terminator.
 inline constexpr size_t kUpnpUuidSize = 64;
 
+// Where the device's UUID is kept between runs; set before the first
+// UpnpDeviceGetUUID (default "/var/tmp/dms.uuid").
+void UpnpDeviceSetUuidFile(const char* path);
+
 // Writes the UUID of device `device`, instance `instance` (without "uuid:")
 // into `uuid` (kUpnpUuidSize bytes). The UUID is made once and kept in a state
 // file beside the configuration, so it survives restarts. 0, or -1 (then

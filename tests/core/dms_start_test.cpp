@@ -32,7 +32,10 @@ DmsSubsystems recordingSubsystems() {
                       " cfg=" + cfg->szDmsName);
     return g_deviceResult;
   };
-  s.stopDevice = [](DlnaInfo*) { g_calls.push_back("stopDevice"); };
+  s.stopDevice = [](DlnaInfo*) {
+    g_calls.push_back("stopDevice");
+    return 0;
+  };
   s.buildLibrary = [](DlnaInfo* info) {
     g_calls.push_back("buildLibrary state=" + std::to_string(info->state) +
                       " built=" + std::to_string(info->built));

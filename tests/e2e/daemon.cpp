@@ -69,6 +69,7 @@ std::string DmsdProcess::writeFile(const std::string& name, const std::string& t
 
 void DmsdProcess::start(const std::vector<std::string>& args) {
   if (pid_ > 0) throw std::logic_error("daemon already started");
+  args_ = args;
   std::vector<std::string> all = {DMSD_BINARY};
   all.insert(all.end(), args.begin(), args.end());
   std::vector<char*> argv;
@@ -148,4 +149,13 @@ std::optional<int> DmsdProcess::waitExit(std::chrono::milliseconds timeout) {
 std::optional<int> DmsdProcess::stop(std::chrono::milliseconds timeout) {
   signal(SIGTERM);
   return waitExit(timeout);
+}
+
+std::optional<int> DmsdProcess::restart(std::chrono::milliseconds timeout) {
+  std::optional<int> status = stop(timeout);
+  if (!status) return std::nullopt;
+  pid_ = -1;
+  status_.reset();
+  start(std::vector<std::string>(args_));
+  return status;
 }

@@ -50,10 +50,16 @@ class DmsdProcess {
   // SIGTERM, then the exit status.
   std::optional<int> stop(std::chrono::milliseconds timeout = 5s);
 
+  // Stops the daemon and starts it again with the same arguments in the same
+  // folder; the new run's output replaces the old one. Returns the old run's
+  // exit status, or nothing (and starts nothing) when it did not end in time.
+  std::optional<int> restart(std::chrono::milliseconds timeout = 5s);
+
   pid_t pid() const { return pid_; }
 
  private:
   std::string dir_;
+  std::vector<std::string> args_;
   pid_t pid_ = -1;
   std::optional<int> status_;
 };

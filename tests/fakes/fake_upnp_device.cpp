@@ -19,6 +19,8 @@ FakeNotify record(int handle, const char* udn, const char* serviceId, const char
 }
 }  // namespace
 
+void UpnpDeviceSetUuidFile(const char*) {}
+
 int UpnpDeviceGetUUID(int device, int instance, char* uuid) {
   if (device != 1 || instance != 1) {
     uuid[0] = '\0';
