@@ -8,8 +8,9 @@ cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 
 echo "== formatting"
-files=$(git ls-files 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' 'bench/*.cpp' 'bench/*.h' 2>/dev/null \
-  || find src tests bench -name '*.cpp' -o -name '*.h')
+files=$(git ls-files -co --exclude-standard 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 'tests/*.h' \
+  'bench/*.cpp' 'bench/*.h' 2>/dev/null || find src tests bench -name '*.cpp' -o -name '*.h')
+files=$(for f in $files; do [ -f "$f" ] && echo "$f"; done)
 clang-format --dry-run --Werror $files
 
 build() {  # dir, extra cmake arguments...
@@ -26,6 +27,7 @@ TSAN_OPTIONS=halt_on_error=1 ./build-tsan/tests/dmsd_unit_tests --gtest_filter='
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer"
 build build-asan -DDMSD_SANITIZE=address,undefined
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0 \
   ctest --test-dir build-asan --output-on-failure -j2 --timeout 120
 
 echo "== plain build"

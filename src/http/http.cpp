@@ -42,10 +42,14 @@ int findMemDoc(const char* path) {
 
 const char* memDocText(int row, const char* cdsDesc) {
   switch (row) {
-    case 0: return cdsDesc;
-    case 1: return g_szCmsDesc;
-    case 2: return g_szMsrDesc;
-    default: return kIndexPage;
+    case 0:
+      return cdsDesc;
+    case 1:
+      return g_szCmsDesc;
+    case 2:
+      return g_szMsrDesc;
+    default:
+      return kIndexPage;
   }
 }
 
@@ -163,7 +167,8 @@ int _dlnaHttpSeek(DlnaWebFileHandle handle, int64_t offset, int origin) {
         target = file->size + offset;
       }
       break;
-    default: break;
+    default:
+      break;
   }
   if (file->kind == kDiskFile) {
     if (target < 0) {

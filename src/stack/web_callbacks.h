@@ -21,8 +21,8 @@ struct DlnaFileInfo {
 using DlnaWebFileHandle = void*;
 
 struct DlnaVirtualDirCallbacks {
-  int (*get_info)(const char* filename, DlnaFileInfo* info);    // 0 or -1
-  DlnaWebFileHandle (*open)(const char* filename, int mode);     // mode 0 reads; null on failure
+  int (*get_info)(const char* filename, DlnaFileInfo* info);      // 0 or -1
+  DlnaWebFileHandle (*open)(const char* filename, int mode);      // mode 0 reads; null on failure
   int (*read)(DlnaWebFileHandle file, char* buf, size_t length);  // bytes, 0 at end, < 0 error
   int (*write)(DlnaWebFileHandle file, char* buf, size_t length);
   int (*seek)(DlnaWebFileHandle file, int64_t offset, int origin);  // 0 or -1

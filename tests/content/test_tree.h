@@ -1,67 +1,34 @@
 // Builds a content tree by hand the way the library scan does: the root and the
-// default containers, shared folders under "Folder", items filed into the
-// views' groups. For tests of the store and of code that reads the tree.
-//
-// Nothing here takes info.lock; callers that share the tree across threads
-// hold it around every call. The destructor frees the whole tree.
+// default containers, shared folders under "Folder", items filed into their
+// class's views. Takes no lock; the destructor frees the whole tree.
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "content/metadata.h"
 #include "core/dlna_dms.h"
-#include "core/dlna_info.h"
-#include "core/dlna_types.h"
 
-// One row per default container, in creation order.
-struct TestDefCont {
-  int32_t id;
-  const char* title;
-  int32_t parentId;
-  int32_t type;
+// The default containers in creation order, each with its parent.
+inline constexpr int32_t kTestDefaultTree[][2] = {
+    {kDlnaIdMusic, kDlnaIdRoot},       {kDlnaIdAllMusic, kDlnaIdMusic},
+    {kDlnaIdMusicGenre, kDlnaIdMusic}, {kDlnaIdMusicArtist, kDlnaIdMusic},
+    {kDlnaIdMusicAlbum, kDlnaIdMusic}, {kDlnaIdMusicYear, kDlnaIdMusic},
+    {kDlnaIdVideo, kDlnaIdRoot},       {kDlnaIdAllVideo, kDlnaIdVideo},
+    {kDlnaIdVideoYear, kDlnaIdVideo},  {kDlnaIdPhoto, kDlnaIdRoot},
+    {kDlnaIdAllPhoto, kDlnaIdPhoto},   {kDlnaIdPhotoAlbum, kDlnaIdPhoto},
+    {kDlnaIdPhotoYear, kDlnaIdPhoto},  {kDlnaIdFolder, kDlnaIdRoot},
 };
 
-inline constexpr TestDefCont kTestDefaultTree[] = {
-    {kDlnaIdMusic, "Music", kDlnaIdRoot, kDlnaContPlain},
-    {kDlnaIdAllMusic, "All Music", kDlnaIdMusic, kDlnaContMusic},
-    {kDlnaIdMusicGenre, "Genre", kDlnaIdMusic, kDlnaContMusicGenre},
-    {kDlnaIdMusicArtist, "Artist", kDlnaIdMusic, kDlnaContMusic},
-    {kDlnaIdMusicAlbum, "Album", kDlnaIdMusic, kDlnaContMusicAlbum},
-    {kDlnaIdMusicYear, "Year", kDlnaIdMusic, kDlnaContMusic},
-    {kDlnaIdVideo, "Video", kDlnaIdRoot, kDlnaContVideo},
-    {kDlnaIdAllVideo, "All Video", kDlnaIdVideo, kDlnaContVideo},
-    {kDlnaIdVideoYear, "Year", kDlnaIdVideo, kDlnaContVideo},
-    {kDlnaIdPhoto, "Photo", kDlnaIdRoot, kDlnaContPhoto},
-    {kDlnaIdAllPhoto, "All Photo", kDlnaIdPhoto, kDlnaContPhoto},
-    {kDlnaIdPhotoAlbum, "Album", kDlnaIdPhoto, kDlnaContPhotoAlbum},
-    {kDlnaIdPhotoYear, "Year", kDlnaIdPhoto, kDlnaContPhoto},
-    {kDlnaIdFolder, "Folder", kDlnaIdRoot, kDlnaContPlain},
-};
-
-// The tag texts an item is grouped by.
 struct TestTags {
-  std::string genre = "Unknown";
-  std::string artist = "Unknown";
-  std::string album = "Unknown";
+  std::string genre = "Unknown", artist = "Unknown", album = "Unknown";
   int32_t year = 0;
 };
 
-// The grouping key of `tags` in view `viewId`, or "" for a view without groups.
+// The title of the group `tags` are filed into under view `viewId`.
 inline std::string testGroupKey(const TestTags& tags, int32_t viewId) {
-  switch (viewId % 10) {
-    case 1:
-      return tags.genre;
-    case 2:
-      return tags.artist;
-    case 3:
-      return tags.album;
-    case 4:
-      return std::to_string(tags.year);
-    default:
-      return "";
-  }
+  const std::string keys[] = {"", tags.genre, tags.artist, tags.album, std::to_string(tags.year)};
+  return keys[viewId % 10];
 }
 
 class TestTree {
@@ -69,89 +36,71 @@ class TestTree {
   explicit TestTree(DlnaInfo& info) : info_(info) {
     _dlnaInit(&info_);
     info_.root = dlnaNewContainer(&info_, "root", nullptr, kDlnaIdRoot, kDlnaContPlain);
-    for (const TestDefCont& row : kTestDefaultTree) {
-      DlnaEntry* parent = dlnaGetEntry(&info_, row.parentId);
-      DlnaEntry* container = dlnaNewContainer(&info_, row.title, parent, row.id, row.type);
-      _dlnaHdlDefCont(&info_, parent, container, row.id);
+    for (auto [id, parentId] : kTestDefaultTree) {
+      DlnaEntry* parent = get(parentId);
+      _dlnaHdlDefCont(&info_, parent, dlnaNewContainer(&info_, "c", parent, id, kDlnaContPlain),
+                      id);
     }
   }
   ~TestTree() { dlnaFreeMetaLst(&info_); }
-  TestTree(const TestTree&) = delete;
-  TestTree& operator=(const TestTree&) = delete;
 
   DlnaEntry* get(int32_t id) { return dlnaGetEntry(&info_, id); }
-
-  // A shared directory: a folder directly under "Folder".
   DlnaEntry* addShare(const char* path) { return addFolder(get(kDlnaIdFolder), path); }
-
   DlnaEntry* addFolder(DlnaEntry* parent, const char* name) {
     DlnaEntry* folder = dlnaNewContainer(&info_, name, parent, info_.nextId, kDlnaContFolder);
     dlnaAdd2Parents(&info_, parent, folder);
     return folder;
   }
 
-  // An item of `mediaClass` in `folder`, counted and filed into its class's views.
+  // An item in `folder`, counted and filed into its class's views.
   DlnaEntry* addItem(DlnaEntry* folder, uint32_t mediaClass, const std::string& name,
                      const TestTags& tags = {}) {
-    auto item = std::make_unique<DlnaEntry>();
+    auto* item = new DlnaEntry;
     item->id = info_.nextId++;
     item->title = name;
     item->urlName = std::to_string(item->id) + ".ext";
     item->parent = folder;
     item->childCount = -1;
     item->media = std::make_unique<DlnaItemMedia>();
-    DlnaItemMedia& media = *item->media;
-    media.mediaClass = mediaClass;
-    media.year = tags.year;
-    media.title = name;
-    switch (mediaClass) {
-      case kDlnaClassVideo:
-        ++info_.videoCount;
-        ++get(kDlnaIdAllVideo)->childCount;
-        file(tags, kDlnaIdVideoYear, kDlnaContVideo);
-        break;
-      case kDlnaClassImage:
-        ++info_.photoCount;
-        ++get(kDlnaIdAllPhoto)->childCount;
-        media.albumId = file(tags, kDlnaIdPhotoAlbum, kDlnaContPhotoAlbum);
-        file(tags, kDlnaIdPhotoYear, kDlnaContPhoto);
-        break;
-      case kDlnaClassAudio:
-        ++info_.musicCount;
-        ++get(kDlnaIdAllMusic)->childCount;
-        media.genreId = file(tags, kDlnaIdMusicGenre, kDlnaContMusicGenre);
-        media.artistId = file(tags, kDlnaIdMusicArtist, kDlnaContMusicArtist);
-        media.albumId = file(tags, kDlnaIdMusicAlbum, kDlnaContMusicAlbum);
-        file(tags, kDlnaIdMusicYear, kDlnaContMusic);
-        break;
+    item->media->mediaClass = mediaClass;
+    item->media->year = tags.year;
+    const DlnaClassViews* row = dlnaGetClassViews(mediaClass);
+    ++(info_.*row->count);
+    ++get(row->allId)->childCount;
+    uint16_t DlnaItemMedia::*groupIds[] = {nullptr, &DlnaItemMedia::genreId,
+                                           &DlnaItemMedia::artistId, &DlnaItemMedia::albumId};
+    for (int32_t view : row->views) {
+      if (view == 0) continue;
+      uint16_t id = file(view, testGroupKey(tags, view));
+      if (view % 10 < 4) (*item->media).*groupIds[view % 10] = id;
     }
-    dlnaAdd2Parents(&info_, folder, item.get());
-    return item.release();
+    dlnaAdd2Parents(&info_, folder, item);
+    return item;
   }
 
   // The group titled `title` under view `viewId`, or null.
   DlnaEntry* group(int32_t viewId, const std::string& title) {
-    DlnaEntry* view = get(viewId);
-    if (!view || !view->children) return nullptr;
-    for (auto& [id, child] : view->children->nodes)
+    for (auto& [id, child] : get(viewId)->children->nodes)
       if (child->title == title) return child;
     return nullptr;
   }
 
+  // The item count of the view's group for `tags`; -1 when there is no such group.
+  int32_t filed(int32_t viewId, const TestTags& tags) {
+    DlnaEntry* found = group(viewId, testGroupKey(tags, viewId));
+    return found ? found->childCount : -1;
+  }
+
  private:
-  // Files into the view's group for the item's key, creating the group when
-  // needed; the group's id.
-  uint16_t file(const TestTags& tags, int32_t viewId, int32_t type) {
-    std::string key = testGroupKey(tags, viewId);
-    if (DlnaEntry* existing = group(viewId, key)) {
-      ++existing->childCount;
-      return static_cast<uint16_t>(existing->id);
+  // The id of the view's group for `key`, made when needed, counting one more item.
+  uint16_t file(int32_t viewId, const std::string& key) {
+    DlnaEntry* found = group(viewId, key);
+    if (!found) {
+      found = dlnaNewContainer(&info_, key.c_str(), get(viewId), info_.nextId, kDlnaContPlain);
+      dlnaAdd2Parents(&info_, get(viewId), found);
     }
-    DlnaEntry* view = get(viewId);
-    DlnaEntry* created = dlnaNewContainer(&info_, key.c_str(), view, info_.nextId, type);
-    dlnaAdd2Parents(&info_, view, created);
-    created->childCount = 1;
-    return static_cast<uint16_t>(created->id);
+    ++found->childCount;
+    return static_cast<uint16_t>(found->id);
   }
 
   DlnaInfo& info_;

@@ -1,6 +1,5 @@
 // Reading the configuration file.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -14,15 +13,11 @@ namespace {
 class ConfigFile : public testing::Test {
  protected:
   void SetUp() override {
-    char tmpl[] = "/tmp/dmsd-config-XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
-    dir_ = tmpl;
-    g_tDmsPaths.config = dir_ + "/dms.conf";
+    g_tDmsPaths.config = testing::TempDir() + "dmsd-" + std::to_string(getpid()) + ".conf";
     memset(&gtDmsCfg, 0, sizeof gtDmsCfg);
   }
   void TearDown() override {
     unlink(g_tDmsPaths.config.c_str());
-    rmdir(dir_.c_str());
     g_tDmsPaths = DmsPaths();
     memset(&gtDmsCfg, 0, sizeof gtDmsCfg);
   }
@@ -30,39 +25,15 @@ class ConfigFile : public testing::Test {
     std::ofstream(g_tDmsPaths.config, std::ios::binary) << text;
     return _InitDmsConf();
   }
-  std::string dir_;
 };
 
-TEST_F(ConfigFile, EveryKeyFillsItsField) {
-  ASSERT_EQ(read("Enable = 1\nPort = 8200\nRescanTime = 30\nIPAddress = 192.168.1.1\n"
-                 "Interface = br0\nIfLLA = fe80::1\nDmsName = Home\nContentList = /a|/b\n"
-                 "ModelName = GW\nManuFacturer = Acme\nManuFacturerURL = http://acme\n"
-                 "DeviceURL = http://gw\nSerialNumber = 42\nLocale = 3\n"),
-            0);
+TEST_F(ConfigFile, NumbersAndTextsFromSeveralLines) {
+  ASSERT_EQ(read("Enable = 1\nPort = 8200\nRescanTime = 30\nDmsName = Home\nLocale = -3\n"), 0);
   EXPECT_EQ(gtDmsCfg.bEnable, 1);
   EXPECT_EQ(gtDmsCfg.iPort, 8200);
   EXPECT_EQ(gtDmsCfg.dwTime, 30u);
-  EXPECT_STREQ(gtDmsCfg.szIp, "192.168.1.1");
-  EXPECT_STREQ(gtDmsCfg.szIf, "br0");
-  EXPECT_STREQ(gtDmsCfg.szIfLLA, "fe80::1");
   EXPECT_STREQ(gtDmsCfg.szDmsName, "Home");
-  EXPECT_STREQ(gtDmsCfg.szContentLst, "/a|/b");
-  EXPECT_STREQ(gtDmsCfg.szModelName, "GW");
-  EXPECT_STREQ(gtDmsCfg.szManuFacturer, "Acme");
-  EXPECT_STREQ(gtDmsCfg.szManuFacturerURL, "http://acme");
-  EXPECT_STREQ(gtDmsCfg.szDeviceURL, "http://gw");
-  EXPECT_STREQ(gtDmsCfg.szSerialNumber, "42");
-  EXPECT_EQ(gtDmsCfg.iLocale, 3);
-}
-
-TEST_F(ConfigFile, EnableAloneLeavesEverythingElseEmpty) {
-  ASSERT_EQ(read("Enable = 1\n"), 0);
-  EXPECT_EQ(gtDmsCfg.bEnable, 1);
-  EXPECT_EQ(gtDmsCfg.iPort, 0);
-  EXPECT_EQ(gtDmsCfg.dwTime, 0u);
-  EXPECT_STREQ(gtDmsCfg.szIp, "");
-  EXPECT_STREQ(gtDmsCfg.szDmsName, "");
-  EXPECT_STREQ(gtDmsCfg.szContentLst, "");
+  EXPECT_EQ(gtDmsCfg.iLocale, -3);
 }
 
 struct LineCase {
@@ -117,20 +88,20 @@ TEST_P(ConfigTextBounds, LongestValueFitsAndOneMoreFails) {
   EXPECT_EQ(read(std::string(f.key) + longest + "y\n"), -1);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Fields, ConfigTextBounds,
-    testing::Values(
-        TextField{"IPAddress = ", gtDmsCfg.szIp, sizeof gtDmsCfg.szIp},
-        TextField{"Interface = ", gtDmsCfg.szIf, sizeof gtDmsCfg.szIf},
-        TextField{"IfLLA = ", gtDmsCfg.szIfLLA, sizeof gtDmsCfg.szIfLLA},
-        TextField{"DmsName = ", gtDmsCfg.szDmsName, sizeof gtDmsCfg.szDmsName},
-        TextField{"ContentList = ", gtDmsCfg.szContentLst, sizeof gtDmsCfg.szContentLst},
-        TextField{"ModelName = ", gtDmsCfg.szModelName, sizeof gtDmsCfg.szModelName},
-        TextField{"ManuFacturer = ", gtDmsCfg.szManuFacturer, sizeof gtDmsCfg.szManuFacturer},
-        TextField{"ManuFacturerURL = ", gtDmsCfg.szManuFacturerURL,
-                  sizeof gtDmsCfg.szManuFacturerURL},
-        TextField{"DeviceURL = ", gtDmsCfg.szDeviceURL, sizeof gtDmsCfg.szDeviceURL},
-        TextField{"SerialNumber = ", gtDmsCfg.szSerialNumber, sizeof gtDmsCfg.szSerialNumber}));
+#define FIELD(key, field)                      \
+  TextField {                                  \
+    key, gtDmsCfg.field, sizeof gtDmsCfg.field \
+  }
+INSTANTIATE_TEST_SUITE_P(Fields, ConfigTextBounds,
+                         testing::Values(FIELD("IPAddress = ", szIp), FIELD("Interface = ", szIf),
+                                         FIELD("IfLLA = ", szIfLLA), FIELD("DmsName = ", szDmsName),
+                                         FIELD("ContentList = ", szContentLst),
+                                         FIELD("ModelName = ", szModelName),
+                                         FIELD("ManuFacturer = ", szManuFacturer),
+                                         FIELD("ManuFacturerURL = ", szManuFacturerURL),
+                                         FIELD("DeviceURL = ", szDeviceURL),
+                                         FIELD("SerialNumber = ", szSerialNumber)));
+#undef FIELD
 
 TEST_F(ConfigFile, TooLongValueStopsReadingAtItsLine) {
   EXPECT_EQ(read("DmsName = A\nIPAddress = " + std::string(40, '1') + "\nModelName = M\n"), -1);
@@ -144,14 +115,10 @@ TEST_F(ConfigFile, LongLineIsReadInPieces) {
   EXPECT_EQ(gtDmsCfg.iPort, 9);
 }
 
-TEST_F(ConfigFile, MissingOrUnwritableFileFails) {
-  EXPECT_EQ(_InitDmsConf(), -1);  // nothing written yet
-  std::ofstream(g_tDmsPaths.config) << "Enable = 1\n";
-  chmod(g_tDmsPaths.config.c_str(), 0444);
-  if (access(g_tDmsPaths.config.c_str(), W_OK) != 0) {  // root writes anyway
-    EXPECT_EQ(_InitDmsConf(), -1);
-    EXPECT_EQ(gtDmsCfg.bEnable, 0);
-  }
+TEST_F(ConfigFile, FileThatCannotBeOpenedForWritingFails) {
+  EXPECT_EQ(_InitDmsConf(), -1);            // nothing written yet
+  g_tDmsPaths.config = testing::TempDir();  // a directory opens for reading only
+  EXPECT_EQ(_InitDmsConf(), -1);
 }
 
 }  // namespace

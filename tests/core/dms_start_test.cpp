@@ -3,7 +3,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -15,7 +14,9 @@
 
 namespace {
 
-std::vector<std::string> g_calls;
+using Strings = std::vector<std::string>;
+
+Strings g_calls;
 int g_deviceResult = 0;
 
 DmsSubsystems recordingSubsystems() {
@@ -28,8 +29,8 @@ DmsSubsystems recordingSubsystems() {
   s.openNotify = [](DlnaInfo*) { g_calls.push_back("openNotify"); };
   s.closeNotify = [](DlnaInfo*) { g_calls.push_back("closeNotify"); };
   s.startDevice = [](DlnaInfo* info, DmsCfg* cfg) {
-    g_calls.push_back("startDevice port=" + std::to_string(info->port) + " ip=" + info->ip +
-                      " cfg=" + cfg->szDmsName);
+    g_calls.push_back("startDevice " + std::to_string(info->port) + " " + info->ip + " " +
+                      cfg->szDmsName);
     return g_deviceResult;
   };
   s.stopDevice = [](DlnaInfo*) {
@@ -37,16 +38,18 @@ DmsSubsystems recordingSubsystems() {
     return 0;
   };
   s.buildLibrary = [](DlnaInfo* info) {
-    g_calls.push_back("buildLibrary state=" + std::to_string(info->state) +
-                      " built=" + std::to_string(info->built));
+    g_calls.push_back("buildLibrary " + std::to_string(info->state) + " " +
+                      std::to_string(info->built));
   };
   return s;
 }
 
+const Strings kStopSteps = {"stopDevice", "closeNotify", "stopProfiles"};
+
 class ServerStart : public testing::Test {
  protected:
   void SetUp() override {
-    memset(&gtDmsCfg, 0, sizeof gtDmsCfg);
+    gtDmsCfg = {};
     gtDmsCfg.bEnable = 1;
     gtDmsCfg.iPort = 8200;
     strcpy(gtDmsCfg.szIp, "10.0.0.2");
@@ -61,39 +64,33 @@ class ServerStart : public testing::Test {
   void TearDown() override {
     _dlnaDmsStop();
     g_tDmsSubsystems = saved_;
-    memset(&gtDmsCfg, 0, sizeof gtDmsCfg);
+    gtDmsCfg = {};
   }
   DmsSubsystems saved_;
 };
 
-TEST_F(ServerStart, RunsTheStepsInOrderAndPublishesAnUpdate) {
-  ASSERT_EQ(_dlnaDmsStart(), 0);
-  EXPECT_EQ(g_tDlnaInfo.state, kDmsRunning);
-  EXPECT_EQ(g_tDlnaInfo.built, 1);
-  EXPECT_EQ(g_tDlnaInfo.systemUpdateId, 1u);
-  std::vector<std::string> expected = {"startProfiles", "startDevice port=8200 ip=10.0.0.2 cfg=Box",
-                                       "buildLibrary state=1 built=1"};
-  EXPECT_EQ(g_calls, expected);
-  auto events = fakeNotifications();
-  ASSERT_EQ(events.size(), 1u);
-  EXPECT_EQ(events[0].vars, (decltype(events[0].vars){{"SystemUpdateID", "1"}}));
-  EXPECT_EQ(dlnaGetVarValue(kCmsServiceId, "CurrentConnectionIDs"), "0");
-}
-
-TEST_F(ServerStart, StartIsRefusedUnlessIdle) {
-  ASSERT_EQ(_dlnaDmsStart(), 0);
-  g_calls.clear();
-  EXPECT_EQ(_dlnaDmsStart(), -1);
-  EXPECT_TRUE(g_calls.empty());
-  EXPECT_EQ(g_tDlnaInfo.state, kDmsRunning);
-}
-
-TEST_F(ServerStart, DisabledServerStaysIdle) {
+TEST_F(ServerStart, RunsTheStepsInOrderPublishesAnUpdateAndStartsOnlyOnceWhenEnabled) {
   gtDmsCfg.bEnable = 0;
   EXPECT_EQ(_dlnaDmsStart(), 0);
   EXPECT_EQ(g_tDlnaInfo.state, kDmsIdle);
   EXPECT_TRUE(g_calls.empty());
   EXPECT_FALSE(dlnaGetVarValue(kCdsServiceId, "SystemUpdateID"));
+
+  gtDmsCfg.bEnable = 1;
+  ASSERT_EQ(_dlnaDmsStart(), 0);
+  EXPECT_EQ(g_tDlnaInfo.state, kDmsRunning);
+  EXPECT_EQ(g_tDlnaInfo.systemUpdateId, 1u);
+  EXPECT_EQ(g_calls,
+            (Strings{"startProfiles", "startDevice 8200 10.0.0.2 Box", "buildLibrary 1 1"}));
+  auto events = fakeNotifications();
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(events[0].vars, (decltype(events[0].vars){{"SystemUpdateID", "1"}}));
+  EXPECT_EQ(dlnaGetVarValue(kCmsServiceId, "CurrentConnectionIDs"), "0");
+
+  g_calls.clear();
+  EXPECT_EQ(_dlnaDmsStart(), -1);
+  EXPECT_TRUE(g_calls.empty());
+  EXPECT_EQ(g_tDlnaInfo.state, kDmsRunning);
 }
 
 TEST_F(ServerStart, FailedDeviceRollsBackToIdle) {
@@ -103,8 +100,8 @@ TEST_F(ServerStart, FailedDeviceRollsBackToIdle) {
   EXPECT_EQ(g_tDlnaInfo.built, 0);
   EXPECT_EQ(g_tDlnaInfo.registry, nullptr);
   EXPECT_EQ(g_tDlnaInfo.port, 0);
-  std::vector<std::string> expected = {"startProfiles", "startDevice port=8200 ip=10.0.0.2 cfg=Box",
-                                       "stopDevice", "closeNotify", "stopProfiles"};
+  Strings expected = {"startProfiles", "startDevice 8200 10.0.0.2 Box"};
+  expected.insert(expected.end(), kStopSteps.begin(), kStopSteps.end());
   EXPECT_EQ(g_calls, expected);
   EXPECT_FALSE(dlnaGetVarValue(kCdsServiceId, "SystemUpdateID"));
   EXPECT_TRUE(fakeNotifications().empty());
@@ -113,58 +110,38 @@ TEST_F(ServerStart, FailedDeviceRollsBackToIdle) {
   EXPECT_EQ(_dlnaDmsStart(), 0);
 }
 
-TEST_F(ServerStart, StopUndoesTheStartAndFreesTheTree) {
-  ASSERT_EQ(_dlnaDmsStart(), 0);
-  DlnaInfo* info = &g_tDlnaInfo;
-  info->root = dlnaNewContainer(info, "root", nullptr, 0, kDlnaContPlain);
-  DlnaEntry* music = dlnaNewContainer(info, "Music", info->root, kDlnaIdMusic, kDlnaContPlain);
-  _dlnaHdlDefCont(info, info->root, music, kDlnaIdMusic);
-  g_calls.clear();
-  _dlnaDmsStop();
-  EXPECT_EQ(info->state, kDmsIdle);
-  EXPECT_EQ(info->root, nullptr);
-  EXPECT_EQ(info->nextId, kDlnaFirstId);
-  EXPECT_EQ(_dlnaGetDefCont(kDlnaIdMusic), nullptr);
-  ASSERT_NE(info->index, nullptr);
-  EXPECT_TRUE(info->index->empty());
-  std::vector<std::string> expected = {"stopDevice", "closeNotify", "stopProfiles"};
-  EXPECT_EQ(g_calls, expected);
-  EXPECT_FALSE(dlnaGetVarValue(kCdsServiceId, "SystemUpdateID"));
-  g_calls.clear();
-  _dlnaDmsStop();  // idle: nothing happens
-  EXPECT_TRUE(g_calls.empty());
-}
-
-TEST_F(ServerStart, RescanTimeOpensNotifyAndArmsTheAlarm) {
+// A rescan time opens change notification and arms the alarm; stopping must
+// disarm it, or a rescan fires into a stopped server.
+TEST_F(ServerStart, StopUndoesTheStartFreesTheTreeAndDisarmsTheRescan) {
   sigset_t alrm, old;
   sigemptyset(&alrm);
   sigaddset(&alrm, SIGALRM);
   pthread_sigmask(SIG_BLOCK, &alrm, &old);
   gtDmsCfg.dwTime = 100;
   ASSERT_EQ(_dlnaDmsStart(), 0);
-  unsigned left = alarm(0);
-  EXPECT_GT(left, 90u);
+  EXPECT_GT(alarm(100), 90u);
   EXPECT_EQ(g_calls[1], "openNotify");
-  alarm(100);
+  DlnaInfo* info = &g_tDlnaInfo;
+  info->deviceHandle = 3;
+  info->root = dlnaNewContainer(info, "root", nullptr, 0, kDlnaContPlain);
+  DlnaEntry* music = dlnaNewContainer(info, "Music", info->root, kDlnaIdMusic, kDlnaContPlain);
+  _dlnaHdlDefCont(info, info->root, music, kDlnaIdMusic);
+  g_calls.clear();
   _dlnaDmsStop();
-  EXPECT_EQ(alarm(0), 0u);  // stopping disarms it
-  EXPECT_NE(std::find(g_calls.begin(), g_calls.end(), "closeNotify"), g_calls.end());
+  EXPECT_EQ(alarm(0), 0u);
   pthread_sigmask(SIG_SETMASK, &old, nullptr);
-}
-
-TEST_F(ServerStart, ReinitAfterStopGivesFreshState) {
-  DlnaInfo info;
-  info.state = kDmsRunning;
-  info.nextId = 900;
-  info.deviceHandle = 3;
-  info.root = dlnaNewContainer(&info, "root", nullptr, 0, kDlnaContPlain);
-  _dlnaReinit(&info);
-  EXPECT_EQ(info.root, nullptr);
-  EXPECT_EQ(info.state, kDmsIdle);
-  EXPECT_EQ(info.nextId, kDlnaFirstId);
-  EXPECT_EQ(info.deviceHandle, -1);
-  EXPECT_EQ(info.notifyFd, -1);
-  ASSERT_NE(info.index, nullptr);
+  EXPECT_EQ(g_calls, kStopSteps);
+  EXPECT_EQ(info->state, kDmsIdle);
+  EXPECT_EQ(info->root, nullptr);
+  EXPECT_EQ(info->nextId, kDlnaFirstId);
+  EXPECT_EQ(info->deviceHandle, -1);
+  EXPECT_EQ(_dlnaGetDefCont(kDlnaIdMusic), nullptr);
+  ASSERT_NE(info->index, nullptr);
+  EXPECT_TRUE(info->index->empty());
+  EXPECT_FALSE(dlnaGetVarValue(kCdsServiceId, "SystemUpdateID"));
+  g_calls.clear();
+  _dlnaDmsStop();  // idle: nothing happens
+  EXPECT_TRUE(g_calls.empty());
 }
 
 }  // namespace

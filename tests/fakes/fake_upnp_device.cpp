@@ -9,72 +9,49 @@
 namespace {
 std::mutex g_mutex;
 std::vector<FakeNotify> g_notifications;
-std::vector<FakeNotify> g_subscriptions;
+std::vector<std::string> g_deviceCalls;
+std::string g_failing, g_description;
 
-FakeNotify record(int handle, const char* udn, const char* serviceId, const char** names,
-                  const char** values, int count) {
-  FakeNotify call{handle, udn ? udn : "", serviceId ? serviceId : "", {}, {}};
+int record(int handle, const char* udn, const char* serviceId, const char** names,
+           const char** values, int count, const char* sid) {
+  FakeNotify call{handle, udn ? udn : "", serviceId ? serviceId : "", {}, sid ? sid : ""};
   for (int i = 0; i < count; ++i) call.vars.emplace_back(names[i], values[i]);
-  return call;
+  std::lock_guard lock(g_mutex);
+  g_notifications.push_back(std::move(call));
+  return 0;
+}
+
+int deviceCall(const char* name, const char* description = nullptr) {
+  std::lock_guard lock(g_mutex);
+  g_deviceCalls.push_back(name);
+  if (description) g_description = description;
+  return g_failing == name ? -1 : 0;
+}
+
+template <class T>
+T locked(const T& value) {
+  std::lock_guard lock(g_mutex);
+  return value;
 }
 }  // namespace
 
 void UpnpDeviceSetUuidFile(const char*) {}
 
 int UpnpDeviceGetUUID(int device, int instance, char* uuid) {
-  if (device != 1 || instance != 1) {
-    uuid[0] = '\0';
-    return -1;
-  }
-  strcpy(uuid, kFakeUuid);
-  return 0;
+  strcpy(uuid, device == 1 && instance == 1 ? kFakeUuid : "");
+  return uuid[0] ? 0 : -1;
 }
 
 int UpnpDeviceNotify(int handle, const char* udn, const char* serviceId, const char** names,
                      const char** values, int count) {
-  FakeNotify call = record(handle, udn, serviceId, names, values, count);
-  std::lock_guard lock(g_mutex);
-  g_notifications.push_back(std::move(call));
-  return 0;
+  return record(handle, udn, serviceId, names, values, count, nullptr);
 }
 
 int UpnpDeviceAcceptSubscription(int handle, const char* udn, const char* serviceId,
                                  const char** names, const char** values, int count,
                                  const char* sid) {
-  FakeNotify call = record(handle, udn, serviceId, names, values, count);
-  call.sid = sid ? sid : "";
-  std::lock_guard lock(g_mutex);
-  g_subscriptions.push_back(std::move(call));
-  return 0;
+  return record(handle, udn, serviceId, names, values, count, sid);
 }
-
-std::vector<FakeNotify> fakeNotifications() {
-  std::lock_guard lock(g_mutex);
-  return g_notifications;
-}
-
-std::vector<FakeNotify> fakeSubscriptions() {
-  std::lock_guard lock(g_mutex);
-  return g_subscriptions;
-}
-
-void fakeClearNotifications() {
-  std::lock_guard lock(g_mutex);
-  g_notifications.clear();
-  g_subscriptions.clear();
-}
-
-namespace {
-std::vector<std::string> g_deviceCalls;
-std::string g_failing;
-std::string g_description;
-
-int deviceCall(const char* name) {
-  std::lock_guard lock(g_mutex);
-  g_deviceCalls.push_back(name);
-  return g_failing == name ? -1 : 0;
-}
-}  // namespace
 
 int UpnpDeviceReg(int* handle, const char*, Upnp_FunPtr, const void*) {
   int rc = deviceCall("UpnpDeviceReg");
@@ -86,18 +63,16 @@ int UpnpDeviceSetServerSocketInfo(int, const char*, const char*, const char*, ui
   return deviceCall("UpnpDeviceSetServerSocketInfo");
 }
 
-int UpnpDeviceSetAdPara(int, int, int) { return deviceCall("UpnpDeviceSetAdPara"); }
+int UpnpDeviceSetAdPara(int, int, int) {
+  return deviceCall("UpnpDeviceSetAdPara");
+}
 
 int UpnpDeviceSetVDirAndCallbacks(const char*, const DlnaVirtualDirCallbacks*) {
   return deviceCall("UpnpDeviceSetVDirAndCallbacks");
 }
 
 int UpnpDeviceStart2(int, int, const char* description, size_t, int) {
-  {
-    std::lock_guard lock(g_mutex);
-    g_description = description ? description : "";
-  }
-  return deviceCall("UpnpDeviceStart2");
+  return deviceCall("UpnpDeviceStart2", description);
 }
 
 int UpnpDeviceGetServerAddress(char* ip, size_t ipSize, uint16_t* port) {
@@ -106,18 +81,29 @@ int UpnpDeviceGetServerAddress(char* ip, size_t ipSize, uint16_t* port) {
   return 0;
 }
 
-int UpnpDeviceStop(int) { return deviceCall("UpnpDeviceStop"); }
+int UpnpDeviceStop(int) {
+  return deviceCall("UpnpDeviceStop");
+}
 
-int UpnpDeviceUnReg(int) { return deviceCall("UpnpDeviceUnReg"); }
+int UpnpDeviceUnReg(int) {
+  return deviceCall("UpnpDeviceUnReg");
+}
+
+std::vector<FakeNotify> fakeNotifications() {
+  return locked(g_notifications);
+}
 
 std::vector<std::string> fakeDeviceCalls() {
-  std::lock_guard lock(g_mutex);
-  return g_deviceCalls;
+  return locked(g_deviceCalls);
 }
 
 std::string fakeStartedDescription() {
+  return locked(g_description);
+}
+
+void fakeClearNotifications() {
   std::lock_guard lock(g_mutex);
-  return g_description;
+  g_notifications.clear();
 }
 
 void fakeFailCall(const std::string& name) {

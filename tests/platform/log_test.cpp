@@ -16,89 +16,57 @@ namespace {
 
 constexpr char kLogSource[] = "log_test";
 
-// Redirects standard error into a temporary file for its lifetime.
-class StderrCapture {
- public:
-  StderrCapture() : file_(tmpfile()), saved_(dup(STDERR_FILENO)) {
-    fflush(stderr);
-    dup2(fileno(file_), STDERR_FILENO);
-  }
-  ~StderrCapture() {
-    restore();
-    fclose(file_);
-  }
-  // Restores standard error and returns what was written to it.
-  std::string text() {
-    restore();
-    std::string out;
-    rewind(file_);
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, file_)) > 0) out.append(buf, n);
-    return out;
-  }
-
- private:
-  void restore() {
-    if (saved_ < 0) return;
-    dup2(saved_, STDERR_FILENO);
-    close(saved_);
-    saved_ = -1;
-  }
-  FILE* file_;
-  int saved_;
-};
+// What `write` sends to standard error.
+template <class F>
+std::string stderrOf(F write) {
+  FILE* file = tmpfile();
+  int saved = dup(STDERR_FILENO);
+  dup2(fileno(file), STDERR_FILENO);
+  write();
+  dup2(saved, STDERR_FILENO);
+  close(saved);
+  std::string text(lseek(fileno(file), 0, SEEK_END), '\0');
+  rewind(file);
+  text.resize(fread(text.data(), 1, text.size(), file));
+  fclose(file);
+  return text;
+}
 
 class Log : public testing::Test {
  protected:
   void SetUp() override { saved_ = g_iDmsLogLevel.load(); }
   void TearDown() override { g_iDmsLogLevel = saved_; }
-
- private:
   int saved_ = 6;
 };
 
 TEST_F(Log, LinesAboveThresholdAreNotWrittenNorTheirArgumentsEvaluated) {
   struct Case {
-    int threshold;
-    int level;
+    int threshold, level;
     bool written;
   };
-  for (Case c :
-       {Case{6, kLogTrace, false}, Case{6, kLogEvent, false}, Case{6, kLogSummary, true},
-        Case{6, kLogFailure, true}, Case{8, kLogTrace, true}, Case{0, kLogFailure, false}}) {
-    SCOPED_TRACE(testing::Message() << "threshold " << c.threshold << " level " << c.level);
+  for (Case c : {Case{6, kLogTrace, false}, Case{6, kLogEvent, false}, Case{6, kLogSummary, true},
+                 Case{8, kLogTrace, true}, Case{0, kLogFailure, false}}) {
     g_iDmsLogLevel = c.threshold;
     int evaluated = 0;
-    StderrCapture capture;
-    DMS_LOG(c.level, "value %d", ++evaluated);
-    std::string text = capture.text();
-    EXPECT_EQ(evaluated, c.written ? 1 : 0);
-    EXPECT_EQ(text.empty(), !c.written) << text;
+    std::string text = stderrOf([&] { DMS_LOG(c.level, "value %d", ++evaluated); });
+    EXPECT_EQ(evaluated, c.written ? 1 : 0) << c.threshold << " " << c.level;
+    EXPECT_EQ(text.empty(), !c.written) << c.threshold << " " << c.level << ": " << text;
   }
-
   // Called directly, the writer applies the threshold too.
   g_iDmsLogLevel = kLogSummary;
-  StderrCapture capture;
-  ProcUserLog(kLogSource, __LINE__, __func__, kLogTrace, 0, "hidden");
-  EXPECT_EQ(capture.text(), "");
+  EXPECT_EQ(stderrOf([] { ProcUserLog(kLogSource, 1, "f", kLogTrace, 0, "hidden"); }), "");
 }
 
 TEST_F(Log, LineNamesItsPlaceAndEndsInExactlyOneNewline) {
   g_iDmsLogLevel = kLogTrace;
   for (const char* message : {"plain", "own end\n", "two ends\n\n", "crlf\r\n"}) {
-    SCOPED_TRACE(message);
-    StderrCapture capture;
     const int line = __LINE__ + 1;
-    DMS_LOG(kLogEvent, "said %s", message);
-    std::string text = capture.text();
-    ASSERT_GE(text.size(), 2u);
-    EXPECT_EQ(text.back(), '\n');
-    EXPECT_NE(text[text.size() - 2], '\n');
-    EXPECT_EQ(text.find('\n'), text.size() - 1);
-    EXPECT_NE(text.find("log_test:" + std::to_string(line) + " TestBody: said "), std::string::npos)
+    std::string text = stderrOf([&] { DMS_LOG(kLogEvent, "said %s", message); });
+    EXPECT_EQ(text.find('\n'), text.size() - 1) << text;
+    EXPECT_EQ(text.find('\r'), std::string::npos) << text;
+    EXPECT_NE(text.find("[7] log_test:" + std::to_string(line) + " operator(): said "),
+              std::string::npos)
         << text;
-    EXPECT_NE(text.find("[7]"), std::string::npos) << text;
   }
 }
 

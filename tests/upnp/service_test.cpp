@@ -1,10 +1,12 @@
-// The device callback: routing and its errors, argument reading, variable
-// queries and subscriptions, against real request records of the stack.
+// The device callback against real request records of the stack: routing and
+// its errors, the actions' answers, argument reading, variable queries and
+// subscriptions.
 #include "upnp/service.h"
 
 #include <gtest/gtest.h>
 #include <upnp/ixml.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -19,6 +21,11 @@ namespace {
 
 const std::string kOurUdn = std::string("uuid:") + kFakeUuid;
 
+const std::map<std::string, std::string> kServiceTypes = {
+    {kCdsServiceId, "urn:schemas-upnp-org:service:ContentDirectory:1"},
+    {kCmsServiceId, "urn:schemas-upnp-org:service:ConnectionManager:1"},
+    {kMsrServiceId, "urn:microsoft.com:service:X_MS_MediaReceiverRegistrar:1"}};
+
 struct FreeRequest {
   void operator()(UpnpActionRequest* request) const {
     ixmlDocument_free(UpnpActionRequest_get_ActionRequest(request));
@@ -29,23 +36,40 @@ struct FreeRequest {
 using Request = std::unique_ptr<UpnpActionRequest, FreeRequest>;
 
 // An action request as the stack hands it over, with `args` in its body.
-Request makeRequest(const char* serviceId, const char* name, const std::string& args,
+Request makeRequest(const char* serviceId, const char* action, const std::string& args,
                     const std::string& udn = kOurUdn) {
   Request request(UpnpActionRequest_new());
   UpnpActionRequest_strcpy_ServiceID(request.get(), serviceId);
-  UpnpActionRequest_strcpy_ActionName(request.get(), name);
+  UpnpActionRequest_strcpy_ActionName(request.get(), action);
   UpnpActionRequest_strcpy_DevUDN(request.get(), udn.c_str());
   std::string body = "<u:A xmlns:u=\"urn:x\">" + args + "</u:A>";
   UpnpActionRequest_set_ActionRequest(request.get(), ixmlParseBuffer(body.c_str()));
   return request;
 }
 
-// "<code> <text>", plus " +result" when the action left a result.
+// Runs the request through the device callback: "<code> <text>" for an error,
+// "-" when no response is left (a failed action, or one not for this device),
+// else the response's arguments as "Name=value|...".
 std::string dispatch(UpnpActionRequest* request) {
   _dlnaDevCallbackEvHdl(UPNP_CONTROL_ACTION_REQUEST, request, nullptr);
-  return std::to_string(UpnpActionRequest_get_ErrCode(request)) + " " +
-         UpnpActionRequest_get_ErrStr_cstr(request) +
-         (UpnpActionRequest_get_ActionResult(request) ? " +result" : "");
+  IXML_Document* result = UpnpActionRequest_get_ActionResult(request);
+  if (int code = UpnpActionRequest_get_ErrCode(request)) {
+    EXPECT_EQ(result, nullptr);
+    return std::to_string(code) + " " + UpnpActionRequest_get_ErrStr_cstr(request);
+  }
+  IXML_Node* response = ixmlNode_getFirstChild(reinterpret_cast<IXML_Node*>(result));
+  if (!response) return "-";
+  EXPECT_EQ(ixmlNode_getNodeName(response),
+            std::string("u:") + UpnpActionRequest_get_ActionName_cstr(request) + "Response");
+  const char* type = ixmlElement_getAttribute(reinterpret_cast<IXML_Element*>(response), "xmlns:u");
+  EXPECT_EQ(type ? type : "", kServiceTypes.at(UpnpActionRequest_get_ServiceID_cstr(request)));
+  std::string outputs;
+  for (IXML_Node* arg = ixmlNode_getFirstChild(response); arg; arg = ixmlNode_getNextSibling(arg)) {
+    IXML_Node* text = ixmlNode_getFirstChild(arg);
+    outputs += std::string(outputs.empty() ? "" : "|") + ixmlNode_getNodeName(arg) + "=" +
+               (text ? ixmlNode_getNodeValue(text) : "");
+  }
+  return outputs;
 }
 
 class Service : public testing::Test {
@@ -59,26 +83,56 @@ class Service : public testing::Test {
 
 TEST_F(Service, RoutesOnlyRequestsForThisDevice) {
   struct Case {
-    const char* udn;
+    std::string udn;
     const char* serviceId;
     const char* action;
     const char* outcome;
   };
   for (const Case& c : {
-           Case{"uuid:someone-else", "urn:nowhere", "Browse", "0 "},
-           Case{"", "urn:nowhere", "Browse", "0 "},
-           Case{kOurUdn.c_str(), "urn:upnp-org:serviceId:AVTransport", "Play",
-                "401 Unknown Service ID"},
-           Case{kOurUdn.c_str(), kCdsServiceId, "GetProtocolInfo", "401 Unknown Service Action"},
-           Case{kOurUdn.c_str(), kMsrServiceId, "isauthorized", "401 Unknown Service Action"},
-           Case{kOurUdn.c_str(), kMsrServiceId, "IsAuthorized", "0  +result"},
+           Case{"uuid:someone-else", kMsrServiceId, "IsAuthorized", "-"},
+           Case{kOurUdn + "0", kMsrServiceId, "IsAuthorized", "-"},
+           Case{"urn:" + std::string(kFakeUuid), kMsrServiceId, "IsAuthorized", "-"},
+           Case{"", kMsrServiceId, "IsAuthorized", "-"},
+           Case{kOurUdn, "urn:upnp-org:serviceId:AVTransport", "Play", "401 Unknown Service ID"},
+           Case{kOurUdn, kCdsServiceId, "GetProtocolInfo", "401 Unknown Service Action"},
+           Case{kOurUdn, kMsrServiceId, "isauthorized", "401 Unknown Service Action"},
        }) {
     EXPECT_EQ(dispatch(makeRequest(c.serviceId, c.action, "", c.udn).get()), c.outcome)
         << c.udn << " " << c.serviceId << " " << c.action;
   }
-  Request failed = makeRequest(kCdsServiceId, "Browse", "");
+  Request failed = makeRequest(kMsrServiceId, "IsAuthorized", "");
   UpnpActionRequest_set_ErrCode(failed.get(), 402);
   EXPECT_EQ(dispatch(failed.get()), "402 ");
+}
+
+TEST_F(Service, ActionsAnswerTheirOutputsInOrder) {
+  const std::string protocols = "http-get:*:audio/mpeg:DLNA.ORG_PN=MP3,http-get:*:image/jpeg:*";
+  dlnaSetVarValue(kCmsServiceId, "SourceProtocolInfo", protocols.c_str());
+  dlnaSetVarValueNum(kCdsServiceId, "SystemUpdateID", 42);
+  struct Case {
+    const char* serviceId;
+    const char* action;
+    const char* args;
+    std::string outputs;
+  };
+  for (const Case& c : {
+           Case{kCdsServiceId, "GetSearchCapabilities", "",
+                "SearchCaps=dc:title,upnp:class,res@protocolInfo"},
+           Case{kCdsServiceId, "GetSortCapabilities", "", "SortCaps="},
+           Case{kCdsServiceId, "GetSystemUpdateID", "", "Id=42"},
+           Case{kCdsServiceId, "Browse", "<ObjectID>0</ObjectID>", "-"},
+           Case{kCdsServiceId, "Search", "<ContainerID>0</ContainerID>", "-"},
+           Case{kCmsServiceId, "GetProtocolInfo", "", "Source=" + protocols + "|Sink="},
+           Case{kCmsServiceId, "GetCurrentConnectionIDs", "", "ConnectionIDs=0"},
+           Case{kCmsServiceId, "GetCurrentConnectionInfo", "<ConnectionID>5</ConnectionID>",
+                "RcsID=-1|AVTransportID=-1|ProtocolInfo=|PeerConnectionManager=|"
+                "PeerConnectionID=-1|Direction=Output|Status=OK"},
+           Case{kMsrServiceId, "IsAuthorized", "<DeviceID>x</DeviceID>", "Result=1"},
+           Case{kMsrServiceId, "IsValidated", "<DeviceID>x</DeviceID>", "Result=0"},
+           Case{kMsrServiceId, "RegisterDevice", "<RegistrationReqMsg>a</RegistrationReqMsg>", ""},
+       }) {
+    EXPECT_EQ(dispatch(makeRequest(c.serviceId, c.action, c.args).get()), c.outputs) << c.action;
+  }
 }
 
 TEST_F(Service, ReadsArguments) {
@@ -89,30 +143,22 @@ TEST_F(Service, ReadsArguments) {
     uint32_t number;
   };
   for (const Case& c : {
-           Case{"<ObjectID>0$1$10</ObjectID>", "ObjectID", "0$1$10", 0},
            Case{"<Filter>x</Filter><ObjectID>a&amp;b</ObjectID>", "ObjectID", "a&b", 0},
            Case{"<ObjectID/>", "ObjectID", "", 0},
-           Case{"<objectid>1</objectid>", "ObjectID", nullptr, 0},
            Case{"<ContainerID>9</ContainerID>", "ObjectID", nullptr, 9},
            Case{"<ObjectID>3</ObjectID><ContainerID>9</ContainerID>", "ObjectID", "3", 3},
-           Case{"<Index>1</Index><Index>2</Index>", "Index", "1", 1},
-           Case{"<Index>12abc</Index>", "Index", "12abc", 12},
-           Case{"<Index>abc</Index>", "Index", "abc", 0},
-           Case{"<Index>-1</Index>", "Index", "-1", 4294967295u},
            Case{"<ContainerID>9</ContainerID>", "Index", nullptr, 0},
+           Case{"<Index>1</Index><Index>2</Index>", "Index", "1", 1},
+           Case{"<Index>-1abc</Index>", "Index", "-1abc", 4294967295u},
        }) {
     Request request = makeRequest(kCdsServiceId, "Search", c.args);
     char* text = dlnaUpnpGetStr(request.get(), c.name);
-    EXPECT_EQ(text ? text : "(null)", std::string(c.text ? c.text : "(null)")) << c.args;
+    EXPECT_STREQ(text, c.text) << c.args;
     RetUB(text);
     EXPECT_EQ(dlnaUpnpGetUi4(request.get(), c.name), c.number) << c.args;
   }
   EXPECT_EQ(dlnaUpnpGetStr(nullptr, "ObjectID"), nullptr);
   EXPECT_EQ(dlnaUpnpGetUi4(nullptr, "ObjectID"), 0u);
-  Request request = makeRequest(kCdsServiceId, "Search", "");
-  ixmlDocument_free(UpnpActionRequest_get_ActionRequest(request.get()));
-  UpnpActionRequest_set_ActionRequest(request.get(), ixmlDocument_createDocument());
-  EXPECT_EQ(dlnaUpnpGetStr(request.get(), "ObjectID"), nullptr);
 }
 
 // The answer to a variable query: the value, or "<code> <text>".
@@ -155,22 +201,19 @@ TEST_F(Service, AcceptsSubscriptionsWithTheEventedValues) {
   }
   g_tDlnaInfo.deviceHandle = savedHandle;
 
-  using Vars = std::vector<std::pair<std::string, std::string>>;
-  const std::pair<const char*, Vars> expected[] = {
-      {kCdsServiceId, {{"SystemUpdateID", "3"}}},
-      {kCmsServiceId,
-       {{"SourceProtocolInfo", ""}, {"SinkProtocolInfo", ""}, {"CurrentConnectionIDs", "0"}}},
-      {kMsrServiceId, {}},
-  };
-  auto accepted = fakeSubscriptions();
-  ASSERT_EQ(accepted.size(), std::size(expected));
-  for (size_t i = 0; i < accepted.size(); ++i) {
-    EXPECT_EQ(accepted[i].deviceHandle, 7);
-    EXPECT_EQ(accepted[i].udn, kOurUdn);
-    EXPECT_EQ(accepted[i].serviceId, expected[i].first);
-    EXPECT_EQ(accepted[i].sid, std::string("uuid:sid-") + expected[i].first);
-    EXPECT_EQ(accepted[i].vars, expected[i].second);
+  std::vector<std::string> accepted;
+  for (const FakeNotify& s : fakeNotifications()) {
+    EXPECT_EQ(s.deviceHandle, 7);
+    EXPECT_EQ(s.udn, kOurUdn);
+    EXPECT_EQ(s.sid, "uuid:sid-" + s.serviceId);
+    accepted.push_back(s.serviceId);
+    for (const auto& [name, value] : s.vars) accepted.back() += " " + name + "=" + value;
   }
+  EXPECT_EQ(accepted, (std::vector<std::string>{
+                          std::string(kCdsServiceId) + " SystemUpdateID=3",
+                          std::string(kCmsServiceId) +
+                              " SourceProtocolInfo= SinkProtocolInfo= CurrentConnectionIDs=0",
+                          kMsrServiceId}));
 }
 
 }  // namespace
