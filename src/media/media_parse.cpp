@@ -28,14 +28,14 @@ constexpr MediaReaderTable kBuiltinReaders = {
         /*  4 BMP      */ nullptr,  // bmp_read_info
         /*  5 ASF      */ nullptr,  // asf_read_info
         /*  6 MP3      */ nullptr,  // mp3_read_info
-        /*  7 WAV      */ nullptr,  // wav_read_info
+        /*  7 WAV      */ wav_read_info,
         /*  8 MP4      */ nullptr,  // mp4_read_info
         /*  9 MP4      */ nullptr,  // mp4_read_info
         /* 10 MP4      */ nullptr,  // mp4_read_info
         /* 11 MPEG     */ nullptr,  // mpeg_read_info
         /* 12 MPEG     */ nullptr,  // mpeg_read_info
         /* 13 ASF      */ nullptr,  // asf_read_info
-        /* 14 AVI      */ nullptr,  // avi_read_info
+        /* 14 AVI      */ avi_read_info,
         /* 15 FLV      */ nullptr,  // flv_read_info
         /* 16 Matroska */ nullptr,  // mkv_read_info
     },

@@ -1,0 +1,237 @@
+// The AVI and WAV readers over byte layouts built here (odd, cut and endless
+// headers no encoder writes) and over encoder-made fixtures.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "media/ffprobe_view.h"
+#include "media/media_avi.h"
+#include "media/media_codec.h"
+#include "media/media_wav.h"
+
+namespace {
+
+using Bytes = std::string;
+
+Bytes le(uint32_t v, int width) {
+  Bytes b;
+  for (int i = 0; i < width; ++i) b += static_cast<char>(v >> (8 * i));
+  return b;
+}
+Bytes le16(uint32_t v) {
+  return le(v, 2);
+}
+Bytes le32(uint32_t v) {
+  return le(v, 4);
+}
+Bytes zeros(size_t n) {
+  return Bytes(n, '\0');
+}
+Bytes chunk(const Bytes& id, const Bytes& body) {
+  return id + le32(body.size()) + body;
+}
+Bytes list(const Bytes& type, const Bytes& body) {
+  return "LIST" + le32(body.size() + 4) + type + body;
+}
+Bytes avih(uint32_t frames, uint32_t width) {
+  return chunk("avih", zeros(16) + le32(frames) + zeros(12) + le32(width) + le32(240) + zeros(16));
+}
+Bytes video(uint32_t scale = 1, uint32_t rate = 25) {
+  const Bytes strh = chunk("strh", "vids" + zeros(16) + le32(scale) + le32(rate) + zeros(28));
+  return list("strl", strh + chunk("strf", zeros(14) + le16(24) + "XVID" + zeros(20)));
+}
+Bytes audio(uint32_t tag, uint32_t bits = 16) {
+  const Bytes strh = chunk("strh", "auds" + zeros(16) + le32(1) + le32(44100) + zeros(28));
+  const Bytes fmt = le16(tag) + le16(2) + le32(44100) + le32(8000) + le16(4) + le16(bits);
+  return list("strl", strh + chunk("strf", fmt + le16(0)));
+}
+Bytes hdrl(const Bytes& body) {
+  return list("hdrl", body);
+}
+Bytes riffAvi(const Bytes& body) {
+  return "RIFF" + le32(body.size() + 4) + "AVI " + body;
+}
+Bytes aviFile(const Bytes& headers) {
+  return riffAvi(headers + list("movi", zeros(8)));
+}
+Bytes words(size_t count) {
+  Bytes b;
+  while (count--) b += "abcd";
+  return b;
+}
+
+struct Read {
+  int32_t rc = -100;
+  std::unique_ptr<MediaInfo> info = std::make_unique<MediaInfo>();
+};
+
+// info.file_size is what media_read_info would have put there.
+Read readBytes(MediaReaderFn reader, const Bytes& bytes, uint32_t file_size) {
+  Read r;
+  FILE* f = tmpfile();
+  fwrite(bytes.data(), 1, bytes.size(), f);
+  rewind(f);
+  MediaIo io{};
+  media_init_io(&io, f, 0);
+  r.info->file_size = file_size;
+  r.rc = reader(&io, r.info.get());
+  fclose(f);
+  return r;
+}
+
+// file_size is 3000000 throughout: bit_rate is its bits over whole seconds.
+TEST(AviReader, HeaderLayouts) {
+  const Bytes main = avih(1500, 320);
+  const struct {
+    const char* name;
+    Bytes headers;
+    uint16_t width;
+    uint32_t fps;  // kept in video_bit_rate
+    int64_t duration;
+    uint32_t bit_rate, audio_codec;
+  } cases[] = {
+      {"MPEG-4 and MP3", hdrl(main + video() + audio(0x55)), 320, 25, 60000000, 400000,
+       kMediaCodecMp3},
+      {"8-bit PCM, last audio wins", hdrl(main + video() + audio(0x55) + audio(1, 8)), 320, 25,
+       60000000, 400000, kMediaCodecPcmU8},
+      {"30000/1001", hdrl(main + video(1001, 30000)), 320, 29, 51000000, 470588, 0},
+      {"scale 0", hdrl(main + video(0, 25)), 320, 0, 0, 0, 0},
+      {"under a second", hdrl(avih(10, 320) + video()), 320, 25, 0, 0, 0},
+      {"avih outside hdrl", main + hdrl(video()), 0, 25, 0, 0, 0},
+      {"INFO skipped whole", hdrl(main + video() + list("INFO", avih(1, 999))), 320, 25, 60000000,
+       400000, 0},
+      {"JUNK skipped whole", hdrl(chunk("JUNK", "LIST" + le32(4) + "movi") + main + video()), 320,
+       25, 60000000, 400000, 0},
+  };
+  for (const auto& c : cases) {
+    Read r = readBytes(avi_read_info, aviFile(c.headers), 3000000);
+    ASSERT_EQ(r.rc, 0) << c.name;
+    EXPECT_EQ(r.info->parsed, 1) << c.name;
+    EXPECT_EQ(r.info->video_width, c.width) << c.name;
+    EXPECT_EQ(r.info->video_bit_rate, c.fps) << c.name;
+    EXPECT_EQ(r.info->duration, c.duration) << c.name;
+    EXPECT_EQ(r.info->bit_rate, c.bit_rate) << c.name;
+    EXPECT_EQ(r.info->audio_codec, c.audio_codec) << c.name;
+  }
+}
+
+// Short chunk heads give -2, cut headers -1, and a failed walk leaves the
+// record untouched. Scanning unknown data stops at the read cap.
+TEST(AviReader, FailuresAndReadCap) {
+  const Bytes whole = aviFile(hdrl(avih(1500, 320) + video()));
+  const struct {
+    const char* name;
+    Bytes bytes;
+    int32_t rc;
+  } cases[] = {
+      {"empty", "", -2},
+      {"no form type", "RIFF" + le32(100), -2},
+      {"RIFF WAVE", "RIFF" + le32(100) + "WAVE", -1},
+      {"cut in avih", whole.substr(0, 40), -1},
+      {"cut in strh", whole.substr(0, 120), -1},
+      {"cut in LIST head", riffAvi("LIST" + le32(100)), -2},
+      {"no movi", riffAvi(hdrl(avih(1500, 320))), -2},
+      {"one word short of the cap", riffAvi(words(kAviMaxChunkReads - 1)), -2},
+      {"cap", riffAvi(words(kAviMaxChunkReads)), 0},
+      {"far past the cap", riffAvi(words(20000)), 0},
+  };
+  for (const auto& c : cases) {
+    Read r = readBytes(avi_read_info, c.bytes, 1000);
+    EXPECT_EQ(r.rc, c.rc) << c.name;
+    EXPECT_STREQ(r.info->format, c.rc == 0 ? "avi" : "") << c.name;
+  }
+}
+
+Bytes pcm(uint32_t tag, uint32_t byte_rate, uint32_t bits) {
+  return le16(tag) + le16(2) + le32(48000) + le32(byte_rate) + le16(4) + le16(bits);
+}
+// An extensible body for 24 valid bits of PCM, its tail cut to `tail` bytes.
+Bytes extensible(uint32_t extra_size, size_t tail) {
+  const Bytes ext = le16(24) + le32(3) + le32(1) + zeros(12);
+  return pcm(kWavFormatExtensible, 288000, 32) + le16(extra_size) + ext.substr(0, tail);
+}
+Bytes wavLayout(const Bytes& fmt) {
+  return "RIFFWAVEfmt " + le32(__builtin_bswap32(fmt.size())) + fmt + "data";  // size big-endian
+}
+
+// file_size is 576100 throughout: the duration is its bits over the bit rate.
+TEST(WavReader, Layouts) {
+  const Bytes body = pcm(1, 192000, 16);
+  const struct {
+    const char* name;
+    Bytes bytes;
+    int32_t rc;
+    uint32_t codec, bit_rate;
+    int64_t duration;
+  } cases[] = {
+      {"PCM", wavLayout(body), 0, kMediaCodecPcmS16Le, 1536000, 3000000},
+      {"no rate", wavLayout(pcm(1, 0, 16)), 0, kMediaCodecPcmS16Le, 0, 0},
+      {"no sample width", wavLayout(body.substr(0, 14)), 0, kMediaCodecPcmU8, 1536000, 3000000},
+      {"extensible", wavLayout(extensible(22, 22)), 0, kMediaCodecPcmS24Le, 2304000, 2000000},
+      {"extra size too small", wavLayout(extensible(10, 22)), 0, 0, 2304000, 2000000},
+      {"fmt size too small", wavLayout(extensible(22, 14)), 0, 0, 2304000, 2000000},
+      {"conventional", "RIFF" + le32(36) + "WAVEfmt " + le32(16) + body, -1, 0, 0, 0},
+      {"no fmt size", "RIFFWAVEfmt ", -1, 0, 0, 0},
+  };
+  for (const auto& c : cases) {
+    Read r = readBytes(wav_read_info, c.bytes, 576100);
+    EXPECT_EQ(r.rc, c.rc) << c.name;
+    EXPECT_STREQ(r.info->format, c.rc == 0 ? "wav" : "") << c.name;
+    EXPECT_EQ(r.info->audio_codec, c.codec) << c.name;
+    EXPECT_EQ(r.info->bit_rate, c.bit_rate) << c.name;
+    EXPECT_EQ(r.info->duration, c.duration) << c.name;
+  }
+}
+
+// Encoder-made files, compared with ffprobe's view of them.
+Read readFixture(MediaReaderFn reader, const std::string& name) {
+  std::ifstream in(std::string(DMSD_TEST_MEDIA) + "/" + name, std::ios::binary);
+  const Bytes bytes{std::istreambuf_iterator<char>(in), {}};
+  return readBytes(reader, bytes, bytes.size());
+}
+
+uint32_t codecOf(const FfprobeStream* s) {
+  const std::map<std::string, uint32_t> ids = {
+      {"mpeg4", kMediaCodecMpeg4}, {"mp3", kMediaCodecMp3}, {"pcm_u8", kMediaCodecPcmU8}};
+  return s && ids.count(s->codec_name) ? ids.at(s->codec_name) : 0;
+}
+
+TEST(RiffFixtures, AviMatchesFfprobe) {
+  for (const char* name : {"avi_mpeg4_mp3.avi", "avi_pcm_u8.avi"}) {
+    const auto view = loadFfprobeView(std::string(DMSD_TEST_MEDIA) + "/" + name + ".json");
+    ASSERT_TRUE(view) << name;
+    const FfprobeStream* v = view->first("video");
+    const FfprobeStream* a = view->first("audio");
+    ASSERT_TRUE(v && a) << name;
+    Read r = readFixture(avi_read_info, name);
+    ASSERT_EQ(r.rc, 0) << name;
+    const MediaInfo& i = *r.info;
+    EXPECT_EQ(i.video_codec, codecOf(v)) << name;
+    EXPECT_EQ(i.video_width, v->width) << name;
+    EXPECT_EQ(i.video_height, v->height) << name;
+    EXPECT_EQ(std::to_string(i.video_bit_rate) + "/1", v->r_frame_rate) << name;
+    // Whole seconds only: the frame count is divided by the integer rate.
+    EXPECT_EQ(i.duration, static_cast<int64_t>(view->duration) * 1000000) << name;
+    EXPECT_EQ(i.bit_rate, i.file_size * 8 / static_cast<uint32_t>(view->duration)) << name;
+    EXPECT_EQ(i.audio_codec, codecOf(a)) << name;
+    EXPECT_EQ(i.sample_rate, static_cast<uint32_t>(a->sample_rate)) << name;
+    EXPECT_EQ(i.channels, a->channels) << name;
+  }
+}
+
+TEST(RiffFixtures, WavLayouts) {
+  EXPECT_EQ(readFixture(wav_read_info, "wav_conventional.wav").rc, -1);
+  Read wav = readFixture(wav_read_info, "wav_accepted_layout.wav");
+  ASSERT_EQ(wav.rc, 0);
+  EXPECT_EQ(wav.info->audio_codec, kMediaCodecPcmS16Le);
+  EXPECT_EQ(wav.info->sample_rate, 48000u);
+  EXPECT_EQ(wav.info->channels, 2);
+  EXPECT_EQ(wav.info->duration, 1000000);  // one second of samples
+}
+
+}  // namespace
