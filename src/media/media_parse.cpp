@@ -19,13 +19,13 @@ constexpr char kLogSource[] = "media_parse";
 // A reader lands here as its module is added; until then its kinds fail.
 // clang-format off
 constexpr MediaReaderTable kBuiltinReaders = {
-    /* exif */ nullptr,  // mediaParseExifProfile
+    /* exif */ mediaParseExifProfile,
     {
-        /*  0 JPEG     */ nullptr,  // jpg_read_info
-        /*  1 PNG      */ nullptr,  // png_read_info
-        /*  2 GIF      */ nullptr,  // gif_read_info
-        /*  3 TIFF     */ nullptr,  // tif_read_info
-        /*  4 BMP      */ nullptr,  // bmp_read_info
+        /*  0 JPEG     */ jpg_read_info,
+        /*  1 PNG      */ png_read_info,
+        /*  2 GIF      */ gif_read_info,
+        /*  3 TIFF     */ tif_read_info,
+        /*  4 BMP      */ bmp_read_info,
         /*  5 ASF      */ nullptr,  // asf_read_info
         /*  6 MP3      */ nullptr,  // mp3_read_info
         /*  7 WAV      */ wav_read_info,

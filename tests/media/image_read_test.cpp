@@ -1,0 +1,275 @@
+// Still-image readers over headers built byte by byte (cut-off, damaged and
+// unusual ones no encoder writes) and over real files; EXIF fields, the
+// embedded-thumbnail span, and the messages the readers log.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <libexif/exif-data.h>
+#include <unistd.h>
+
+#include <array>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "media/ffprobe_view.h"
+#include "media/jpg_read.h"
+#include "media/media_parse.h"
+#include "platform/alloc.h"
+#include "platform/log.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes operator+(Bytes a, const Bytes& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+const auto be16 = [](uint32_t v) { return Bytes{uint8_t(v >> 8), uint8_t(v)}; };
+const auto be32 = [](uint32_t v) { return be16(v >> 16) + be16(v); };
+const auto le16 = [](uint32_t v) { return Bytes{uint8_t(v), uint8_t(v >> 8)}; };
+const auto le32 = [](uint32_t v) { return le16(v) + le16(v >> 16); };
+const auto text = [](const char* s) { return Bytes(s, s + strlen(s)); };
+const auto drop = [](const Bytes& b, size_t front, size_t back) {
+  return Bytes(b.begin() + long(front), b.end() - long(back));
+};
+
+const Bytes kSoi = {0xFF, 0xD8}, kEoi = {0xFF, 0xD9};
+Bytes seg(uint8_t code, const Bytes& payload) {
+  return Bytes{0xFF, code} + be16(uint32_t(payload.size() + 2)) + payload;
+}
+Bytes frame(uint8_t sof, uint32_t h, uint32_t w) {
+  return seg(sof, Bytes{8} + be16(h) + be16(w) + Bytes{1, 1, 0x11, 0});
+}
+Bytes jpeg(uint32_t h, uint32_t w, uint8_t sof = 0xC0) {
+  return kSoi + seg(0xE0, text("JFIF")) + frame(sof, h, w) + seg(0xDA, {1, 1, 0, 0}) +
+         Bytes{0x12, 0xFF, 0x00, 0x34} + kEoi;
+}
+// A camera picture with an inner one in APP1, whose SOI lands at offset 12.
+constexpr size_t kInnerStart = 12;
+Bytes camera(const Bytes& inner) {
+  return kSoi + seg(0xE1, text("Exif") + Bytes{0, 0} + inner + Bytes{1, 2}) +
+         drop(jpeg(480, 640), 2, 0);
+}
+
+const Bytes kPngSig = {0x89, 'P', 'N', 'G', 0x0D, 0x0A, 0x1A, 0x0A};
+Bytes png(uint32_t w, uint32_t h, const Bytes& sig = kPngSig, uint32_t ihdr_length = 13) {
+  const Bytes depth_to_crc = {8, 2, 0, 0, 0, 0, 0, 0, 0};
+  return sig + be32(ihdr_length) + text("IHDR") + be32(w) + be32(h) + depth_to_crc;
+}
+Bytes gif(const char* version, uint32_t w, uint32_t h) {
+  return text("GIF") + text(version) + le16(w) + le16(h);
+}
+// (tag, type, value) entries; SHORT values sit in the first two value bytes.
+Bytes tiff(bool little, const std::vector<std::array<uint32_t, 3>>& fields, uint32_t count) {
+  auto u16 = little ? le16 : be16;
+  auto u32 = little ? le32 : be32;
+  Bytes out = text(little ? "II" : "MM") + u16(42) + u32(8) + u16(count);
+  for (const auto& [tag, type, value] : fields)
+    out = out + u16(tag) + u16(type) + be32(1) + (type == 3 ? u16(value) + u16(0) : u32(value));
+  return out;
+}
+Bytes bmp(int32_t w, int32_t h) {
+  return text("BM") + le32(0) + le32(0) + le32(54) + le32(40) + le32(w) + le32(h) + le32(0);
+}
+
+std::string fixture(const char* name) {
+  return std::string(DMSD_TEST_MEDIA) + "/" + name;
+}
+
+class ImageRead : public testing::Test {
+ protected:
+  void TearDown() override {
+    g_iDmsLogLevel = saved_level_;
+    std::filesystem::remove(path_);
+  }
+  const std::string& Write(const Bytes& bytes) {
+    std::ofstream(path_, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    return path_;
+  }
+  int32_t Read(MediaReaderFn reader, const std::string& path) {
+    info_ = std::make_unique<MediaInfo>();
+    FILE* f = fopen(path.c_str(), "rb");
+    if (!f) return -100;
+    MediaIo io{};
+    media_init_io(&io, f, 0);
+    int32_t rc = reader(&io, info_.get());
+    fclose(f);
+    return rc;
+  }
+
+  const std::string path_ = testing::TempDir() + "image_read_test." + std::to_string(getpid());
+  const int saved_level_ = g_iDmsLogLevel.load();
+  std::unique_ptr<MediaInfo> info_;
+};
+
+TEST_F(ImageRead, BuiltHeaders) {
+  Bytes crlf = kPngSig;
+  crlf[4] = 0x0A;
+  Bytes no_sof0 = kSoi;
+  for (int i = 0; i < 1100; ++i) no_sof0 = no_sof0 + seg(0xFE, {});
+  const struct {
+    const char* name;
+    MediaReaderFn reader;
+    Bytes bytes;
+    int32_t rc, width, height;
+    const char* format = "";
+    const char* log = nullptr;  // source:line function: message
+  } cases[] = {
+      {"jpeg", jpg_read_info, jpeg(240, 320), 0, 320, 240},
+      {"jpeg fill", jpg_read_info, kSoi + Bytes(3, 0xFF) + frame(0xC0, 48, 64), 0, 64, 48},
+      {"jpeg too much fill", jpg_read_info, kSoi + Bytes(300, 0xFF) + frame(0xC0, 2, 2), -1, 0, 0},
+      {"jpeg progressive", jpg_read_info, jpeg(240, 320, 0xC2), -1, 0, 0},
+      {"jpeg no SOF0 in 1024", jpg_read_info, no_sof0, 0, 0, 0},
+      {"jpeg SOF0 cut", jpg_read_info, kSoi + Bytes{0xFF, 0xC0, 0, 17, 8, 0}, -2, 0, 0},
+      {"png", png_read_info, png(300, 200), 0, 300, 200},
+      {"png line ends", png_read_info, png(300, 200, crlf), 0, 300, 200, "",
+       "png_read:[0-9]+ png_parse_info: PNG file corrupted by ASCII conversion"},
+      {"png IHDR length", png_read_info, png(3, 4, kPngSig, 12), 0, 3, 4, "",
+       "png_rutil:[0-9]+ png_handle_IHDR: Invalid IHDR chunk"},
+      {"png not png", png_read_info, png(300, 200, text("GIF89a..")), -1, 0, 0},
+      {"png no IHDR", png_read_info, kPngSig + be32(21) + text("IDAT") + Bytes(25, 7), -1, 0, 0},
+      {"png IHDR cut", png_read_info, drop(png(300, 200), 0, 10), -1, 0, 0},
+      {"gif89a", gif_read_info, gif("89a", 64, 48), 0, 64, 48},
+      {"gif87a", gif_read_info, gif("87a", 64, 48), 0, 64, 48, "NON-DLNA"},
+      {"gif cut", gif_read_info, text("GIF89a") + le16(64), -1, 0, 0},
+      {"tiff le", tif_read_info, tiff(true, {{256, 3, 120}, {257, 4, 80}}, 2), 0, 120, 80, "",
+       "tif_read:[0-9]+ tif_read_IFD: width 120,height 80"},
+      {"tiff be", tif_read_info, tiff(false, {{257, 3, 80}, {1, 5, 1}, {256, 4, 120}}, 3), 0, 120,
+       80},
+      {"tiff no height", tif_read_info, tiff(false, {{256, 3, 120}}, 1), -1, 120, 0},
+      {"tiff entries run out", tif_read_info, tiff(true, {{256, 3, 120}}, 40), -1, 120, 0},
+      // The cut entry names the height tag: its partial bytes must not count.
+      {"tiff entry cut", tif_read_info, tiff(true, {{256, 3, 64}}, 2) + le16(257), -1, 64, 0},
+      {"tiff bad order", tif_read_info, Bytes{'I', 'M', 42, 0, 8, 0, 0, 0}, -1, 0, 0},
+      {"tiff header cut", tif_read_info, Bytes{'I', 'I', 42, 0}, -2, 0, 0},
+      {"tiff IFD past end", tif_read_info, text("II") + le16(42) + le32(4000), -2, 0, 0},
+      {"bmp top-down", bmp_read_info, bmp(64, -480), 0, 64, 480},
+      {"bmp lowest height", bmp_read_info, bmp(1, INT32_MIN), 0, 1, INT32_MAX},
+      {"bmp cut", bmp_read_info, text("BM") + le32(0), -1, 0, 0},
+  };
+  g_iDmsLogLevel = kLogTrace;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path = Write(c.bytes);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(Read(c.reader, path), c.rc);
+    const std::string log = testing::internal::GetCapturedStderr();
+    if (c.log) {
+      EXPECT_THAT(log, testing::ContainsRegex(c.log));
+    }
+    EXPECT_EQ(info_->width, c.width);
+    EXPECT_EQ(info_->height, c.height);
+    EXPECT_STREQ(info_->format, c.format);
+  }
+}
+
+struct Thumb : MediaThumbnail {
+  Thumb() : MediaThumbnail{} {}
+  ~Thumb() { RetUB(data); }
+  Bytes bytes() const { return Bytes(data, data + size); }
+};
+
+TEST_F(ImageRead, ThumbnailSpan) {
+  const Bytes small = jpeg(120, 160), wide = jpeg(120, 200), plain = jpeg(240, 320);
+  const struct {
+    const char* name;
+    Bytes file;
+    int32_t rc;
+    size_t start, end;
+  } cases[] = {
+      {"inner 160 x 120", camera(small), 0, kInnerStart, kInnerStart + small.size()},
+      {"inner too wide: to the end", camera(wide), 0, kInnerStart, camera(wide).size()},
+      {"no inner: the whole file", plain, 0, 0, plain.size()},
+      {"no EOI", drop(plain, 0, 2), -1, 0, 0},
+      {"not a JPEG", png(1, 1), -1, 0, 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Thumb thumb;
+    ASSERT_EQ(jpgGetTn(Write(c.file).c_str(), &thumb), c.rc);
+    if (c.rc != 0) continue;
+    EXPECT_STREQ(thumb.mime, "image/jpeg");
+    EXPECT_EQ(thumb.kind, 1u);
+    EXPECT_EQ(thumb.bytes(), drop(c.file, c.start, c.file.size() - c.end));
+  }
+
+  g_iDmsLogLevel = kLogEvent;
+  const std::string missing = path_ + ".absent.jpg";
+  Thumb thumb;
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(jpgGetTn(missing.c_str(), &thumb), -1);
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("open file \"" + missing + "\" fail"),
+            std::string::npos);
+}
+
+TEST_F(ImageRead, FixturesMatchProbedSize) {
+  const struct {
+    const char* file;
+    MediaReaderFn reader;
+    const char* format = "";
+    const char* probe = nullptr;  // ffprobe's view, when not the file's own
+  } cases[] = {
+      {"jpeg_plain.jpg", jpg_read_info},
+      {"jpeg_exif_thumb.jpg", jpg_read_info},
+      {"png_plain.png", png_read_info},
+      {"png_crlf_damaged.png", png_read_info, "", "png_plain.png"},  // ffprobe refuses it
+      {"gif87a.gif", gif_read_info, "NON-DLNA"},
+      {"gif89a.gif", gif_read_info},
+      {"bmp_topdown.bmp", bmp_read_info},
+      {"tiff_le.tif", tif_read_info},
+      {"tiff_be.tif", tif_read_info},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.file);
+    const std::optional<FfprobeView> view =
+        loadFfprobeView(fixture(c.probe ? c.probe : c.file) + ".json");
+    ASSERT_TRUE(view && view->first("video"));
+    EXPECT_EQ(Read(c.reader, fixture(c.file)), 0);
+    EXPECT_EQ(info_->width, view->first("video")->width);
+    EXPECT_EQ(info_->height, view->first("video")->height);
+    EXPECT_STREQ(info_->format, c.format);
+  }
+  // A valid picture, but only baseline frames are understood.
+  EXPECT_EQ(Read(jpg_read_info, fixture("jpeg_progressive.jpg")), -1);
+}
+
+TEST(ImageExif, RealFiles) {
+  auto info = std::make_unique<MediaInfo>();
+  ASSERT_EQ(mediaParseExifProfile(info.get(), fixture("jpeg_exif_thumb.jpg").c_str()), 0);
+  EXPECT_EQ(info->width * 1000 + info->height, 640480);
+  EXPECT_EQ(info->year * 10000 + info->month * 100 + info->day, 20110715);
+  EXPECT_STREQ(info->title, "Harbour at Dusk");
+  EXPECT_STREQ(info->artist, "Fixture Photographer");
+  EXPECT_STREQ(info->album, "Holiday");
+
+  // The camera thumbnail comes out exactly as the EXIF block stores it.
+  ExifData* exif = exif_data_new_from_file(fixture("jpeg_exif_thumb.jpg").c_str());
+  ASSERT_NE(exif, nullptr);
+  const Bytes stored(exif->data, exif->data + exif->size);
+  exif_data_unref(exif);
+  Thumb thumb;
+  ASSERT_EQ(jpgGetTn(fixture("jpeg_exif_thumb.jpg").c_str(), &thumb), 0);
+  EXPECT_FALSE(stored.empty());
+  EXPECT_EQ(thumb.bytes(), stored);
+  EXPECT_EQ(thumb.width * 1000 + thumb.height, 160120);
+
+  // EXIF without size tags still succeeds, with no size.
+  info = std::make_unique<MediaInfo>();
+  ASSERT_EQ(mediaParseExifProfile(info.get(), fixture("jpeg_exif_nosize.jpg").c_str()), 0);
+  EXPECT_EQ(info->width * 1000 + info->height, 0);
+  EXPECT_EQ(info->year * 10000 + info->month * 100 + info->day, 20120102);
+
+  for (const char* other : {"jpeg_plain.jpg", "png_plain.png", "absent.jpg"})
+    EXPECT_EQ(mediaParseExifProfile(info.get(), fixture(other).c_str()), -1) << other;
+}
+
+}  // namespace
