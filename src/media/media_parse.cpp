@@ -32,8 +32,8 @@ constexpr MediaReaderTable kBuiltinReaders = {
         /*  8 MP4      */ nullptr,  // mp4_read_info
         /*  9 MP4      */ nullptr,  // mp4_read_info
         /* 10 MP4      */ nullptr,  // mp4_read_info
-        /* 11 MPEG     */ nullptr,  // mpeg_read_info
-        /* 12 MPEG     */ nullptr,  // mpeg_read_info
+        /* 11 MPEG     */ mpeg_read_info,
+        /* 12 MPEG     */ mpeg_read_info,
         /* 13 ASF      */ nullptr,  // asf_read_info
         /* 14 AVI      */ avi_read_info,
         /* 15 FLV      */ nullptr,  // flv_read_info

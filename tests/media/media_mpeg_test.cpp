@@ -1,0 +1,452 @@
+// MPEG stream reader: the fixtures against ffprobe's view, streams built here
+// byte by byte for what encoders rarely make (wrapping time stamps, 192-byte
+// packets, every stream type, DVD private-stream audio), H.264 SPS fields, and
+// a sparse 2 GiB file that must be read in bounded bytes.
+#include "media/media_mpeg.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "media/ffprobe_view.h"
+#include "media/media_parse.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+struct ReadResult {
+  int32_t rc = 0;
+  std::unique_ptr<MediaInfo> info = std::make_unique<MediaInfo>();
+};
+
+ReadResult readStream(FILE* f) {
+  ReadResult r;
+  MediaIo io{};
+  media_init_io(&io, f, kMediaFileMpeg2);
+  r.rc = mpeg_read_info(&io, r.info.get());
+  fclose(f);
+  return r;
+}
+
+ReadResult readBytes(Bytes bytes) {
+  if (bytes.empty()) bytes.push_back(0);  // fmemopen refuses an empty buffer
+  return readStream(fmemopen(bytes.data(), bytes.size(), "rb"));
+}
+
+// MSB-first bit writer for codec headers.
+struct BitWriter {
+  Bytes out;
+  uint32_t cur = 0;
+  int n = 0;
+  void u(uint64_t v, int bits) {
+    for (int i = bits - 1; i >= 0; --i) {
+      cur = cur << 1 | (v >> i & 1);
+      if (++n == 8) out.push_back(static_cast<uint8_t>(cur)), cur = 0, n = 0;
+    }
+  }
+  void ue(uint32_t v) {
+    int len = 64 - __builtin_clzll(uint64_t{v} + 1);
+    u(0, len - 1);
+    u(uint64_t{v} + 1, len);
+  }
+  Bytes finish() {
+    u(1, 1);
+    while (n) u(0, 1);
+    return out;
+  }
+};
+
+// Inserts emulation-prevention bytes as an encoder must.
+Bytes escapeNal(const Bytes& raw) {
+  Bytes out;
+  int zeros = 0;
+  for (uint8_t b : raw) {
+    if (zeros >= 2 && b <= 3) out.push_back(3), zeros = 0;
+    out.push_back(b);
+    zeros = b == 0 ? zeros + 1 : 0;
+  }
+  return out;
+}
+
+Bytes pesPacket(uint8_t sid, uint64_t pts, const Bytes& payload, bool bounded = true) {
+  Bytes p = {0, 0, 1, sid, 0, 0, 0x80, 0x80, 5};
+  p.push_back(static_cast<uint8_t>(0x21 | (pts >> 29 & 0x0E)));
+  p.push_back(static_cast<uint8_t>(pts >> 22));
+  p.push_back(static_cast<uint8_t>((pts >> 14 & 0xFE) | 1));
+  p.push_back(static_cast<uint8_t>(pts >> 7));
+  p.push_back(static_cast<uint8_t>((pts << 1 & 0xFE) | 1));
+  p.insert(p.end(), payload.begin(), payload.end());
+  size_t len = bounded ? p.size() - 6 : 0;
+  p[4] = static_cast<uint8_t>(len >> 8);
+  p[5] = static_cast<uint8_t>(len);
+  return p;
+}
+
+constexpr uint16_t kEsPid = 0x101;
+
+// Transport stream writer; 192-byte packets get a non-zero time stamp prefix.
+struct TsWriter {
+  size_t packet_size = 188;
+  Bytes out;
+  void packet(uint16_t pid, bool pusi, const uint8_t* data, size_t n) {
+    if (packet_size == 192) out.insert(out.end(), {0x12, 0x34, 0x56, 0x78});
+    out.insert(out.end(), {0x47, static_cast<uint8_t>((pusi ? 0x40 : 0) | pid >> 8),
+                           static_cast<uint8_t>(pid), static_cast<uint8_t>(n < 184 ? 0x30 : 0x10)});
+    if (n < 184) {  // stuffing in the adaptation field
+      out.push_back(static_cast<uint8_t>(183 - n));
+      if (n < 183) out.push_back(0), out.insert(out.end(), 182 - n, 0xFF);
+    }
+    out.insert(out.end(), data, data + n);
+  }
+  void psi(uint16_t pid, uint8_t table, Bytes body) {
+    Bytes s = {0, table, 0xB0, 0};
+    s.insert(s.end(), {0, 1, 0xC1, 0, 0});
+    s.insert(s.end(), body.begin(), body.end());
+    s.insert(s.end(), 4, 0);  // CRC, not checked
+    s[3] = static_cast<uint8_t>(s.size() - 4);
+    packet(pid, true, s.data(), s.size());
+  }
+  // One program: its map on PID 0x100, its one stream on kEsPid.
+  void tables(uint8_t type, const Bytes& desc = {}) {
+    psi(0, 0, {0, 1, 0xE1, 0x00});
+    Bytes b = {0xE1, 0x01, 0xF0, 0x00, type, 0xE1, 0x01, 0xF0, static_cast<uint8_t>(desc.size())};
+    b.insert(b.end(), desc.begin(), desc.end());
+    psi(0x100, 2, b);
+  }
+  void pes(uint16_t pid, const Bytes& pes) {
+    for (size_t i = 0; i < pes.size(); i += 184)
+      packet(pid, i == 0, pes.data() + i, std::min<size_t>(184, pes.size() - i));
+  }
+  void nulls(size_t count) {
+    for (size_t i = 0; i < count; ++i) packet(0x1FFF, false, nullptr, 0);
+  }
+};
+
+// An MPEG-2 pack header followed by one PES packet.
+Bytes psPack(const Bytes& pes) {
+  Bytes p = {0, 0, 1, 0xBA, 0x44, 0, 4, 0, 4, 1, 0x01, 0x89, 0xC3, 0xF8};
+  p.insert(p.end(), pes.begin(), pes.end());
+  return p;
+}
+
+Bytes mp2Frame() {  // MPEG-1 layer 2, 48 kHz, 128 kbit/s, stereo: 384 bytes
+  Bytes f(384, 0);
+  f[0] = 0xFF, f[1] = 0xFD, f[2] = 0x84, f[3] = 0x00;
+  return f;
+}
+
+// ---- Fixtures against ffprobe ----
+
+uint32_t codecOf(const std::string& name) {
+  const struct {
+    const char* name;
+    uint32_t id;
+  } kNames[] = {{"mpeg1video", kMediaCodecMpeg1Video},
+                {"mpeg2video", kMediaCodecMpeg2Video},
+                {"h264", kMediaCodecH264},
+                {"mp2", kMediaCodecMp2},
+                {"ac3", kMediaCodecAc3},
+                {"aac", kMediaCodecAac},
+                {"pcm_dvd", kMediaCodecPcmDvd}};
+  for (const auto& n : kNames)
+    if (name == n.name) return n.id;
+  return 0;
+}
+
+TEST(MpegReader, FixturesMatchFfprobe) {
+  for (const char* name : {"mpeg1_vcd.mpg", "mpeg2_ps_pal_ac3.mpg", "mpeg2_ps_pal_lpcm.mpg",
+                           "mpeg2_ts.ts", "mpeg2_m2ts.m2ts", "h264_aac.ts", "h264_ac3_1080.m2ts"}) {
+    SCOPED_TRACE(name);
+    std::string path = std::string(DMSD_TEST_MEDIA) + "/" + name;
+    auto view = loadFfprobeView(path + ".json");
+    ASSERT_TRUE(view);
+    const FfprobeStream* v = view->first("video");
+    const FfprobeStream* a = view->first("audio");
+    ASSERT_TRUE(v && a);
+    ReadResult r = readStream(fopen(path.c_str(), "rb"));
+    ASSERT_EQ(r.rc, 0);
+    const MediaInfo& info = *r.info;
+    EXPECT_EQ(info.format, view->format_name);
+    EXPECT_EQ(info.video_codec, codecOf(v->codec_name));
+    EXPECT_EQ(info.video_width, v->width);
+    EXPECT_EQ(info.video_height, v->height);
+    EXPECT_EQ(std::to_string(info.frame_rate_num) + "/" + std::to_string(info.frame_rate_den),
+              v->r_frame_rate);
+    // The play time is the video's; ffprobe's stream duration to within a frame.
+    EXPECT_NEAR(info.duration / 1e6, v->duration, 0.041);
+    EXPECT_NEAR(info.bit_rate, view->bit_rate, view->bit_rate * 0.05);
+    EXPECT_EQ(info.audio_codec, codecOf(a->codec_name));
+    EXPECT_EQ(info.channels, a->channels);
+    EXPECT_EQ(info.sample_rate, static_cast<uint32_t>(a->sample_rate));
+    if (info.audio_codec == kMediaCodecAac) {
+      // ADTS headers carry no rate: an average of frame sizes, headers included.
+      EXPECT_NEAR(info.audio_bit_rate, a->bit_rate, a->bit_rate * 0.05);
+      ASSERT_EQ(info.audio_config_size, 2u);
+      EXPECT_EQ(info.audio_config[0] >> 3, 2);  // AAC LC
+    } else {
+      EXPECT_EQ(info.audio_bit_rate, a->bit_rate);
+    }
+    if (v->bit_rate) {
+      EXPECT_EQ(info.video_bit_rate, v->bit_rate);
+    }
+  }
+}
+
+// ---- Built streams ----
+
+struct DurationCase {
+  const char* what;
+  std::vector<uint64_t> pts;  // audio PES time stamps in file order
+  size_t gap_packets;         // null packets before the last PES
+  int64_t us;
+};
+
+TEST(MpegReader, DurationFromFirstAndLastTimeStamps) {
+  const DurationCase cases[] = {
+      {"in order", {90000, 135000, 180000}, 0, 1000000},
+      {"first is not the earliest", {93600, 90000, 97200}, 0, 80000},
+      {"wraps at 2^33", {(uint64_t{1} << 33) - 45000, 0, 45000}, 0, 1000000},
+      {"last only in the tail window", {90000, 99000, 360000}, 2000, 3000000},
+      {"single time stamp", {90000}, 0, 0},
+  };
+  for (size_t packet_size : {188, 192}) {
+    for (const auto& c : cases) {
+      SCOPED_TRACE(std::string(c.what) + " / " + std::to_string(packet_size));
+      TsWriter ts;
+      ts.packet_size = packet_size;
+      ts.tables(0x03);
+      for (size_t i = 0; i < c.pts.size(); ++i) {
+        if (i + 1 == c.pts.size()) ts.nulls(c.gap_packets);
+        ts.pes(kEsPid, pesPacket(0xC0, c.pts[i], mp2Frame()));
+      }
+      ReadResult r = readBytes(ts.out);
+      ASSERT_EQ(r.rc, 0);
+      EXPECT_STREQ(r.info->format, "mpegts");
+      EXPECT_EQ(r.info->duration, c.us);
+      EXPECT_EQ(r.info->audio_codec, kMediaCodecMp2);
+      EXPECT_EQ(r.info->sample_rate, 48000u);
+      EXPECT_EQ(r.info->audio_bit_rate, 128000u);
+      if (c.us) {
+        EXPECT_NEAR(r.info->bit_rate, ts.out.size() * 8e6 / c.us, 1);
+      }
+    }
+  }
+}
+
+TEST(MpegReader, StreamTypesAndDescriptors) {
+  const struct {
+    uint8_t type;
+    Bytes desc;
+    bool video;
+    uint32_t codec;
+  } cases[] = {
+      {0x01, {}, true, kMediaCodecMpeg1Video},
+      {0x02, {}, true, kMediaCodecMpeg2Video},
+      {0x10, {}, true, kMediaCodecMpeg4},
+      {0x1B, {}, true, kMediaCodecH264},
+      {0xEA, {}, true, kMediaCodecVc1},
+      {0x06, {0x05, 4, 'V', 'C', '-', '1'}, true, kMediaCodecVc1},
+      {0x03, {}, false, kMediaCodecMp2},
+      {0x0F, {}, false, kMediaCodecAac},
+      {0x81, {}, false, kMediaCodecAc3},
+      {0x82, {}, false, kMediaCodecDts},
+      {0x86, {}, false, kMediaCodecDts},
+      {0x06, {0x0A, 4, 'e', 'n', 'g', 0, 0x6A, 1, 0}, false, kMediaCodecAc3},
+      {0x06, {0x05, 4, 'D', 'T', 'S', '2'}, false, kMediaCodecDts},
+      {0x06, {0x05, 4, 'A', 'C', '-', '3'}, false, kMediaCodecAc3},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << std::hex << int{c.type} << " " << c.codec);
+    TsWriter ts;
+    ts.tables(c.type, c.desc);
+    ts.pes(kEsPid, pesPacket(c.video ? 0xE0 : 0xBD, 90000, Bytes(16, 0)));
+    ReadResult r = readBytes(ts.out);
+    ASSERT_EQ(r.rc, 0);
+    EXPECT_EQ(r.info->has_video, c.video);
+    EXPECT_EQ(r.info->has_audio, !c.video);
+    EXPECT_EQ(c.video ? r.info->video_codec : r.info->audio_codec, c.codec);
+    if (!c.video) {
+      EXPECT_EQ(r.info->video_codec, kMediaCodecMpeg2Video);  // the default
+    }
+  }
+  // Private data without a telling descriptor: MPEG audio by its PES stream id;
+  // private stream 1 there may be subtitles, so it is not taken for audio.
+  for (uint8_t sid : {0xC0, 0xBD}) {
+    TsWriter ts;
+    ts.tables(0x06);
+    ts.pes(kEsPid, pesPacket(sid, 90000, mp2Frame()));
+    ReadResult r = readBytes(ts.out);
+    EXPECT_EQ(r.info->has_audio, sid == 0xC0);
+    EXPECT_EQ(r.info->audio_codec, sid == 0xC0 ? kMediaCodecMp2 : 0u);
+  }
+}
+
+struct SpsCase {
+  uint8_t profile;
+  uint32_t mb_w, map_h;
+  bool frame_mbs_only;
+  uint32_t crop_bottom;   // in chroma rows (x2 per field pair when interlaced)
+  uint32_t units, scale;  // VUI timing; 0 = no VUI
+  uint16_t width, height;
+  uint32_t num, den;
+};
+
+Bytes buildSps(const SpsCase& c) {
+  BitWriter b;
+  b.u(0x67, 8);
+  b.u(c.profile, 8), b.u(0, 8), b.u(40, 8), b.ue(0);
+  if (c.profile == 100) b.ue(1), b.ue(0), b.ue(0), b.u(0, 1), b.u(0, 1);
+  b.ue(0), b.ue(0), b.ue(0);  // frame_num bits, POC type 0, POC bits
+  b.ue(1), b.u(0, 1);
+  b.ue(c.mb_w - 1), b.ue(c.map_h - 1), b.u(c.frame_mbs_only, 1);
+  if (!c.frame_mbs_only) b.u(0, 1);
+  b.u(1, 1);
+  b.u(c.crop_bottom != 0, 1);
+  if (c.crop_bottom) b.ue(0), b.ue(0), b.ue(0), b.ue(c.crop_bottom);
+  b.u(c.units != 0, 1);
+  if (c.units) {
+    b.u(1, 1), b.u(255, 8), b.u(1, 16), b.u(1, 16);  // extended SAR to step over
+    b.u(0, 1), b.u(1, 1), b.u(5, 3), b.u(0, 1), b.u(1, 1), b.u(0x010101, 24);
+    b.u(0, 1), b.u(1, 1), b.u(c.units, 32), b.u(c.scale, 32), b.u(1, 1);
+  }
+  return escapeNal(b.finish());
+}
+
+TEST(MpegReader, H264SequenceParameterSet) {
+  const SpsCase cases[] = {
+      {66, 20, 15, true, 0, 0, 0, 320, 240, 0, 0},
+      {100, 120, 68, true, 4, 1001, 60000, 1920, 1080, 30000, 1001},
+      {100, 120, 34, false, 2, 1, 50, 1920, 1080, 25, 1},
+      {77, 80, 45, true, 0, 1, 120, 1280, 720, 60, 1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.width << "x" << c.height);
+    Bytes sps = buildSps(c);
+    MpegVideoParams v{};
+    ASSERT_TRUE(mpeg_parse_h264_sps(sps.data(), sps.size(), &v));
+    EXPECT_EQ(v.codec, kMediaCodecH264);
+    EXPECT_EQ(v.width, c.width);
+    EXPECT_EQ(v.height, c.height);
+    EXPECT_EQ(v.frame_rate_num, c.num);
+    EXPECT_EQ(v.frame_rate_den, c.den);
+  }
+  const Bytes not_sps[] = {{0x67, 1, 0, 40, 0x80}, {0x68, 66, 0, 30, 0x80}, {0x67}};
+  for (const auto& nal : not_sps) {
+    MpegVideoParams v{};
+    EXPECT_FALSE(mpeg_parse_h264_sps(nal.data(), nal.size(), &v));
+  }
+  // Through a transport stream, after an access unit delimiter.
+  Bytes es = {0, 0, 0, 1, 0x09, 0xF0, 0, 0, 0, 1};
+  Bytes sps = buildSps(cases[1]);
+  es.insert(es.end(), sps.begin(), sps.end());
+  TsWriter ts;
+  ts.tables(0x1B);
+  ts.pes(kEsPid, pesPacket(0xE0, 90000, es, false));
+  ReadResult r = readBytes(ts.out);
+  EXPECT_EQ(r.info->video_width, 1920);
+  EXPECT_EQ(r.info->frame_rate, 29u);
+}
+
+TEST(MpegReader, PrivateStreamOneAudio) {
+  Bytes ac3 = {0x80, 1, 0, 1, 0x0B, 0x77, 0, 0, 0x1C, 0x40, 0xE1, 0};  // 384k, 3/2 + LFE
+  ac3.resize(200, 0);
+  Bytes lpcm = {0xA0, 1, 0, 4, 0x00, 0x95, 0x80};  // 24-bit, 96 kHz, 6 channels
+  lpcm.resize(200, 0);
+  const struct {
+    const Bytes& payload;
+    uint32_t codec, rate, bit_rate;
+    uint16_t channels;
+  } cases[] = {
+      {ac3, kMediaCodecAc3, 48000, 384000, 6},
+      {lpcm, kMediaCodecPcmDvd, 96000, 96000 * 6 * 24, 6},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.codec);
+    Bytes ps = psPack(pesPacket(0xBD, 90000, {0x20, 0, 0, 0}));  // a subtitle comes first
+    for (uint64_t pts : {90000, 180000}) {
+      Bytes pack = psPack(pesPacket(0xBD, pts, c.payload));
+      ps.insert(ps.end(), pack.begin(), pack.end());
+    }
+    ReadResult r = readBytes(ps);
+    ASSERT_EQ(r.rc, 0);
+    EXPECT_STREQ(r.info->format, "mpeg");
+    EXPECT_FALSE(r.info->has_video);
+    EXPECT_EQ(r.info->audio_codec, c.codec);
+    EXPECT_EQ(r.info->sample_rate, c.rate);
+    EXPECT_EQ(r.info->channels, c.channels);
+    EXPECT_EQ(r.info->audio_bit_rate, c.bit_rate);
+    EXPECT_EQ(r.info->duration, 1000000);
+  }
+}
+
+TEST(MpegReader, RejectsOtherDataAndSurvivesCuts) {
+  const Bytes others[] = {
+      Bytes(4096, 0), Bytes(1000, 0x47), {'R', 'I', 'F', 'F', 0, 0, 0, 0}, {0, 0, 1, 0xB3, 0xFF}};
+  for (const auto& bytes : others) EXPECT_EQ(readBytes(bytes).rc, -1);
+
+  std::ifstream in(std::string(DMSD_TEST_MEDIA) + "/mpeg2_ps_pal_ac3.mpg", std::ios::binary);
+  Bytes whole((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  ASSERT_GT(whole.size(), 4096u);
+  for (size_t cut = 1; cut < 4096; cut += 97) {
+    ReadResult r = readBytes(Bytes(whole.begin(), whole.begin() + cut));
+    if (r.rc == 0) {
+      EXPECT_STREQ(r.info->format, "mpeg");
+    }
+  }
+}
+
+// ---- Bounded reads ----
+
+struct CountingFile {
+  FILE* f;
+  size_t bytes = 0;
+};
+
+FILE* countingStream(CountingFile* c) {
+  cookie_io_functions_t io{};
+  io.read = [](void* p, char* buf, size_t n) -> ssize_t {
+    auto* c = static_cast<CountingFile*>(p);
+    size_t got = fread(buf, 1, n, c->f);
+    c->bytes += got;
+    return static_cast<ssize_t>(got);
+  };
+  io.seek = [](void* p, off64_t* pos, int whence) -> int {
+    auto* c = static_cast<CountingFile*>(p);
+    if (fseeko(c->f, *pos, whence) != 0) return -1;
+    *pos = ftello(c->f);
+    return 0;
+  };
+  io.close = [](void* p) { return fclose(static_cast<CountingFile*>(p)->f); };
+  return fopencookie(c, "rb", io);
+}
+
+TEST(MpegReader, HugeSparseFileReadsBoundedBytes) {
+  char tmpl[] = "/tmp/mpeg_sparse_XXXXXX";
+  ASSERT_TRUE(mkdtemp(tmpl));
+  std::filesystem::path dir = tmpl, file = dir / "big.ts";
+  std::filesystem::copy_file(std::string(DMSD_TEST_MEDIA) + "/h264_aac.ts", file);
+  ASSERT_EQ(truncate(file.c_str(), off_t{2} << 30), 0);
+
+  CountingFile counter{fopen(file.c_str(), "rb")};
+  ASSERT_TRUE(counter.f);
+  ReadResult r = readStream(countingStream(&counter));
+  std::filesystem::remove_all(dir);
+
+  ASSERT_EQ(r.rc, 0);
+  EXPECT_LT(counter.bytes, size_t{1} << 20);
+  EXPECT_EQ(r.info->video_codec, kMediaCodecH264);
+  EXPECT_EQ(r.info->video_width, 320);
+  EXPECT_EQ(r.info->audio_codec, kMediaCodecAac);
+  // The zero tail holds no time stamps, and the head alone would understate.
+  EXPECT_EQ(r.info->duration, 0);
+}
+
+}  // namespace
