@@ -1,0 +1,340 @@
+// The registry, the parser walk over files read by recording fake readers,
+// SourceProtocolInfo growth, protocolInfo texts, extension and duration
+// parsing, and the copy of a MediaInfo into the per-file result.
+#include "profile/profile.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "content/metadata.h"
+#include "fakes/fake_upnp_device.h"
+#include "profile_test_util.h"
+#include "upnp/state_var.h"
+
+namespace {
+
+using profile_test::newInfo;
+
+std::vector<int32_t> registeredIds(const DlnaProfileRegistry* registry) {
+  std::vector<int32_t> ids;
+  for (const DlnaMediaParser* parser : registry->parsers) ids.push_back(parser->id);
+  return ids;
+}
+
+TEST(ProfileRegistry, RegistersEighteenParsersOnceInOrder) {
+  DlnaProfileRegistry* registry = dlnaMMInit();
+  ASSERT_NE(registry, nullptr);
+  dlnaSetExtCheck(registry, 1);
+  dlnaRegMediaProfile(registry);
+  dlnaRegMediaProfile(registry);
+  const std::vector<int32_t> order = {0,  1,  2,  3,  4,  9,  8,  10, 11,
+                                      13, 16, 14, 15, 12, 18, 17, 19, 20};
+  EXPECT_EQ(registeredIds(registry), order);
+  EXPECT_EQ(registry->extCheck, 1);
+
+  // Same id, different record: refused. The AMR record has an id of its own.
+  const DlnaMediaParser clash = {9, kDlnaClassAudio, "xyz", nullptr};
+  _dlnaRegProfile(registry, &clash);
+  EXPECT_EQ(registry->parsers.size(), 18u);
+  _dlnaRegProfile(registry, &dlna_profile_audio_amr);
+  EXPECT_EQ(registry->parsers.back(), &dlna_profile_audio_amr);
+  dlnaMMUninit(registry);
+
+  DlnaProfileRegistry uninitialised;
+  dlnaRegMediaProfile(&uninitialised);
+  EXPECT_TRUE(uninitialised.parsers.empty());
+}
+
+TEST(ProfileRegistry, ExtensionMatching) {
+  const std::string longExt(31, 'e');
+  const std::string longToken = "mp3," + longExt + "xyz";
+  const std::string longPath = "/m/a." + longExt;
+  // clang-format off
+  const struct { const char* path; const char* list; int32_t want; } cases[] = {
+      {"/m/song.MP3", "mp3", 1},
+      {"/m/archive.tar.mp3", "wav,mp3", 1},
+      {"/m/archive.mp3.tar", "mp3", 0},
+      {"/m/noext", "mp3", 0},
+      {nullptr, "mp3", 0},
+      {"/m/a.ts", "mp2t,ts", 1},
+      {"/m/a.t", "ts", 0},
+      {"/m/a.mp", "mp3", 0},
+      {"/m/a.", "a,,b", 1},
+      // A token longer than 31 characters is cut to 31.
+      {longPath.c_str(), longToken.c_str(), 1},
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    EXPECT_EQ(_dlnaMatchFileExt(c.path, c.list), c.want) << (c.path ? c.path : "null");
+  }
+  EXPECT_STREQ(dlnaGetFileExt("/d.x/file"), "x/file");
+  EXPECT_EQ(dlnaGetFileExt("/dir/file"), nullptr);
+}
+
+TEST(ProfileRegistry, DurationParsing) {
+  // clang-format off
+  const struct { const char* text; uint64_t want; } cases[] = {
+      {"1:02:03.250", 3723250},
+      {"61", 61000},
+      {"0:00:01.5", 1005},
+      {"", 0},
+      {nullptr, 0},
+      {"1::3", 63000},
+      {"100:00:00.000", 360000000},
+      {"1.2.3", 1003},
+      // Only 23 characters are read: the fraction is cut to "12".
+      {"00000000000000000001.12345", 1012},
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    EXPECT_EQ(dlnaParseDuration(c.text), c.want) << (c.text ? c.text : "null");
+  }
+}
+
+TEST(ProfileRegistry, TransferKeepsFieldsWithDefaults) {
+  // clang-format off
+  const struct { int64_t duration; const char* text; } durations[] = {
+      {INT64_MIN, "00:00:00.000"},
+      {0, "00:00:00.000"},
+      {3725004000, "01:02:05.004"},
+      {360000000000, "100:00:00.000"},
+  };
+  const struct { int32_t year; int32_t kept; } years[] = {
+      {1900, 0}, {1901, 1901}, {2098, 2098}, {2099, 0}, {-5, 0},
+  };
+  // clang-format on
+  for (const auto& d : durations) {
+    auto info = newInfo();
+    info->duration = d.duration;
+    DlnaMediaResult result;
+    dlnaTansferMediaInfo(&result, info.get());
+    EXPECT_EQ(result.duration, d.text) << d.duration;
+  }
+  for (const auto& y : years) {
+    auto info = newInfo();
+    info->year = y.year;
+    DlnaMediaResult result;
+    dlnaTansferMediaInfo(&result, info.get());
+    EXPECT_EQ(result.year, y.kept) << y.year;
+  }
+
+  auto info = newInfo();
+  info->width = 640;
+  info->height = 480;
+  info->video_height = 360;
+  info->file_size = 4000000000u;
+  strcpy(info->title, "Title");
+  DlnaMediaResult video;
+  dlnaTansferMediaInfo(&video, info.get());
+  EXPECT_EQ(video.width, 640);
+  EXPECT_EQ(video.height, 360);
+  EXPECT_EQ(video.fileSize, 4000000000u);
+  EXPECT_EQ(video.artist, "Unknown");
+  EXPECT_EQ(video.genre, "Unknown");
+  EXPECT_EQ(video.album, "");
+  EXPECT_EQ(video.title, "Title");
+
+  // Only an audio record gets "Unknown" for a missing album.
+  DlnaMediaResult audio;
+  audio.mediaClass = kDlnaClassAudio;
+  strcpy(info->artist, "Artist");
+  dlnaTansferMediaInfo(&audio, info.get());
+  EXPECT_EQ(audio.album, "Unknown");
+  EXPECT_EQ(audio.artist, "Artist");
+}
+
+TEST(ProfileRegistry, ProtocolInfoTextsAndClasses) {
+  // clang-format off
+  const struct { int32_t mode; const char* name; const char* mime; uint32_t mediaClass;
+                 const char* want; const char* upnpClass; } cases[] = {
+      {1, "MP3", "audio/mpeg", kDlnaClassAudio, "http-get:*:audio/mpeg:DLNA.ORG_PN=MP3;DLNA.ORG_OP=01;DLNA.ORG_FLAGS=01700000000000000000000000000000",
+       "object.item.audioItem.musicTrack"},
+      {1, "JPEG_SM", "image/jpeg", kDlnaClassImage, "http-get:*:image/jpeg:DLNA.ORG_PN=JPEG_SM;DLNA.ORG_FLAGS=00f00000000000000000000000000000",
+       "object.item.imageItem.photo"},
+      {1, "NON-DLNA", "video/x-flv", kDlnaClassVideo, "http-get:*:video/x-flv:*", "object.item.videoItem"},
+      {0, "MPEG_PS_PAL", "video/mpeg", kDlnaClassVideo, "video/mpeg:DLNA.ORG_PN=MPEG_PS_PAL;DLNA.ORG_OP=01;DLNA.ORG_FLAGS=01700000000000000000000000000000",
+       "object.item.videoItem"},
+      {2, "NON-DLNA", "image/bmp", kDlnaClassImage, "image/bmp:*", "object.item.imageItem.photo"},
+      {1, "X", "a/b", 0, "http-get:*:a/b:DLNA.ORG_PN=X;DLNA.ORG_OP=01;DLNA.ORG_FLAGS=01700000000000000000000000000000", nullptr},
+  };
+  // clang-format on
+  for (const auto& c : cases) {
+    DlnaEntry entry;
+    entry.media = std::make_unique<DlnaItemMedia>();
+    entry.media->profileName = c.name;
+    entry.media->mime = c.mime;
+    entry.media->mediaClass = c.mediaClass;
+    EXPECT_EQ(dlnaWriteProtocolInfo(c.mode, 0, &entry), c.want) << c.name;
+    EXPECT_STREQ(dlnaGetItemClassStr(&entry), c.upnpClass) << c.name;
+  }
+  DlnaEntry container;
+  EXPECT_EQ(dlnaWriteProtocolInfo(1, 0, &container), "");
+  EXPECT_EQ(dlnaGetItemClassStr(&container), nullptr);
+  EXPECT_EQ(dlnaGetItemClassStr(nullptr), nullptr);
+}
+
+// What the fake readers put into a record, and how often they ran.
+MediaInfo g_fill;
+int32_t g_fillResult = 0;
+int g_readerCalls = 0;
+
+int32_t fakeReader(MediaIo*, MediaInfo* info) {
+  ++g_readerCalls;
+  const char* path = info->path;
+  *info = g_fill;
+  info->path = path;
+  return g_fillResult;
+}
+
+class ProfileWalk : public testing::Test {
+ protected:
+  void SetUp() override {
+    dlnaInitVarValue();
+    fakeClearNotifications();
+    for (MediaReaderFn& reader : readers_.readers) reader = fakeReader;
+    dlnaSetMediaReaders(&readers_);
+    g_fill = MediaInfo{};
+    g_fillResult = 0;
+    g_readerCalls = 0;
+    registry_ = dlnaMMInit();
+    dlnaSetExtCheck(registry_, 1);
+    dlnaRegMediaProfile(registry_);
+  }
+  void TearDown() override {
+    dlnaMMUninit(registry_);
+    dlnaSetMediaReaders(nullptr);
+    dlnaFreeVarValue();
+    fakeClearNotifications();
+  }
+
+  // Profiles a real (empty) file of that name; the fake readers fill the record.
+  std::unique_ptr<DlnaMediaResult, void (*)(DlnaMediaResult*)> profile(const char* name) {
+    std::string path = profile_test::writeFile(name, {});
+    return {dlnaGetMediaProfile(registry_, path.c_str()), dlnaFreeItemTmp};
+  }
+
+  static std::string sourceInfo() {
+    return dlnaGetVarValue(kCmsServiceId, "SourceProtocolInfo").value_or("<unset>");
+  }
+
+  MediaReaderTable readers_{};
+  DlnaProfileRegistry* registry_ = nullptr;
+};
+
+void fillMp3() {
+  g_fill = MediaInfo{};
+  strcpy(g_fill.format, "mp3");
+  g_fill.has_audio = 1;
+  g_fill.audio_codec = kMediaCodecMp3;
+  g_fill.sample_rate = 44100;
+  g_fill.channels = 2;
+  g_fill.audio_bit_rate = 128000;
+  g_fill.duration = 61000000;
+  strcpy(g_fill.title, "Song");
+}
+
+TEST_F(ProfileWalk, TestToneIsLpcmWithoutReadingTheFile) {
+  std::unique_ptr<DlnaMediaResult, void (*)(DlnaMediaResult*)> result(
+      dlnaGetMediaProfile(registry_, "/no/such/dir/B-LPCM-3.pcm"), dlnaFreeItemTmp);
+  ASSERT_NE(result, nullptr);
+  EXPECT_EQ(g_readerCalls, 0);
+  EXPECT_EQ(result->mediaClass, kDlnaClassAudio);
+  EXPECT_STREQ(result->profileName, "LPCM");
+  EXPECT_STREQ(result->mime, "audio/L16;rate=48000;channels=1");
+  EXPECT_EQ(result->duration, "0:01:00");
+  EXPECT_EQ(result->title, "B-LPCM-3.pcm");
+  EXPECT_EQ(result->album, "Unknown");
+  EXPECT_EQ(result->mediaInfo, nullptr);
+  EXPECT_EQ(sourceInfo(), "http-get:*:audio/L16;rate=48000;channels=1:DLNA.ORG_PN=LPCM");
+
+  // Any other ".pcm" name is a 44.1 kHz stereo tone; a bare name is no tone.
+  std::unique_ptr<DlnaMediaResult, void (*)(DlnaMediaResult*)> other(
+      dlnaGetMediaProfile(registry_, "/no/such/tone.pcm.bak"), dlnaFreeItemTmp);
+  ASSERT_NE(other, nullptr);
+  EXPECT_STREQ(other->mime, "audio/L16;rate=44100;channels=2");
+  EXPECT_EQ(dlnaGetMediaProfile(registry_, "B-LPCM-1.pcm"), nullptr);
+}
+
+TEST_F(ProfileWalk, LaterParsersReuseTheRecordReadOnce) {
+  // An ASF file with video: the WMA parser reads it and refuses it, the WMV9
+  // parser decides over the same record.
+  strcpy(g_fill.format, "asf");
+  g_fill.has_audio = g_fill.has_video = 1;
+  g_fill.audio_codec = kMediaCodecWmaV2;
+  g_fill.sample_rate = 44100;
+  g_fill.channels = 2;
+  g_fill.audio_bit_rate = 128000;
+  g_fill.video_codec = kMediaCodecWmv3;
+  g_fill.video_width = 720;
+  g_fill.video_height = 576;
+  g_fill.frame_rate = 25;
+  g_fill.video_bit_rate = 5000000;
+  g_fill.year = 2010;
+  auto result = profile("clip.asf");
+  ASSERT_NE(result, nullptr);
+  EXPECT_EQ(g_readerCalls, 1);
+  EXPECT_EQ(result->mediaClass, kDlnaClassVideo);
+  EXPECT_STREQ(result->profileName, "WMVMED_BASE");
+  EXPECT_EQ(result->year, 2010);
+  EXPECT_EQ(result->width, 720);
+}
+
+TEST_F(ProfileWalk, UnclaimedAndUnreadableFilesAreDropped) {
+  fillMp3();
+  EXPECT_EQ(profile("notes.xyz"), nullptr);
+  EXPECT_EQ(g_readerCalls, 0);
+  g_fillResult = -1;
+  EXPECT_EQ(profile("broken.mp3"), nullptr);
+  EXPECT_EQ(sourceInfo(), "");
+
+  // Without the extension check every parser sees the file: the JPEG one first.
+  g_fillResult = 0;
+  g_fill = MediaInfo{};
+  g_fill.width = g_fill.height = 100;
+  dlnaSetExtCheck(registry_, 0);
+  auto photo = profile("photo.xyz");
+  ASSERT_NE(photo, nullptr);
+  EXPECT_STREQ(photo->profileName, "JPEG_TN");
+  EXPECT_EQ(photo->mediaClass, kDlnaClassImage);
+
+  dlnaFreeVarValue();
+  dlnaSetExtCheck(registry_, 1);
+  fillMp3();
+  EXPECT_EQ(profile("song.mp3"), nullptr) << "no SourceProtocolInfo variable";
+}
+
+TEST_F(ProfileWalk, SourceProtocolInfoGrowsWithoutDuplicates) {
+  fillMp3();
+  ASSERT_NE(profile("a.mp3"), nullptr);
+  ASSERT_NE(profile("b.mp3"), nullptr);
+  const std::string mp3 = "http-get:*:audio/mpeg:DLNA.ORG_PN=MP3";
+  EXPECT_EQ(sourceInfo(), mp3);
+  EXPECT_EQ(fakeNotifications().size(), 1u);
+
+  g_fill = MediaInfo{};
+  strcpy(g_fill.format, "flv");
+  ASSERT_NE(profile("c.flv"), nullptr);
+  g_fill.width = 640;
+  g_fill.height = 480;
+  ASSERT_NE(profile("d.jpg"), nullptr);
+  const std::string flv = "http-get:*:video/x-flv:*";
+  const std::string jpeg = "http-get:*:image/jpeg:DLNA.ORG_PN=JPEG_SM";
+  EXPECT_EQ(sourceInfo(), jpeg + "," + mp3 + "," + flv);
+  EXPECT_EQ(fakeNotifications().size(), 3u);
+  ASSERT_FALSE(fakeNotifications().empty());
+  EXPECT_EQ(fakeNotifications().back().vars.front().second, sourceInfo());
+}
+
+TEST_F(ProfileWalk, AnEntryContainedInAnotherIsNotAdded) {
+  ASSERT_EQ(dlnaAddSourceProtocolInfo("MP3X", "audio/mpeg"), 0);
+  ASSERT_EQ(dlnaAddSourceProtocolInfo("MP3", "audio/mpeg"), 0);
+  EXPECT_EQ(sourceInfo(), "http-get:*:audio/mpeg:DLNA.ORG_PN=MP3X");
+  ASSERT_EQ(dlnaAddSourceProtocolInfo("NON-DLNA", "audio/mpeg"), 0);
+  EXPECT_EQ(sourceInfo(), "http-get:*:audio/mpeg:DLNA.ORG_PN=MP3X,http-get:*:audio/mpeg:*");
+}
+
+}  // namespace
