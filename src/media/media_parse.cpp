@@ -26,18 +26,18 @@ constexpr MediaReaderTable kBuiltinReaders = {
         /*  2 GIF      */ gif_read_info,
         /*  3 TIFF     */ tif_read_info,
         /*  4 BMP      */ bmp_read_info,
-        /*  5 ASF      */ nullptr,  // asf_read_info
+        /*  5 ASF      */ asf_read_info,
         /*  6 MP3      */ nullptr,  // mp3_read_info
         /*  7 WAV      */ wav_read_info,
-        /*  8 MP4      */ nullptr,  // mp4_read_info
-        /*  9 MP4      */ nullptr,  // mp4_read_info
-        /* 10 MP4      */ nullptr,  // mp4_read_info
+        /*  8 MP4      */ mp4_read_info,
+        /*  9 MP4      */ mp4_read_info,
+        /* 10 MP4      */ mp4_read_info,
         /* 11 MPEG     */ mpeg_read_info,
         /* 12 MPEG     */ mpeg_read_info,
-        /* 13 ASF      */ nullptr,  // asf_read_info
+        /* 13 ASF      */ asf_read_info,
         /* 14 AVI      */ avi_read_info,
-        /* 15 FLV      */ nullptr,  // flv_read_info
-        /* 16 Matroska */ nullptr,  // mkv_read_info
+        /* 15 FLV      */ flv_read_info,
+        /* 16 Matroska */ mkv_read_info,
     },
 };
 // clang-format on

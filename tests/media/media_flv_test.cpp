@@ -1,0 +1,258 @@
+// FLV reading over files built byte by byte (codec bytes, metadata, nesting
+// and truncation no encoder produces) and over the FLV fixtures.
+#include "media/media_flv.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "media/ffprobe_view.h"
+#include "platform/log.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+void putBe(Bytes& b, uint64_t v, int n) {
+  for (int i = n - 1; i >= 0; --i) b.push_back(static_cast<uint8_t>(v >> (8 * i)));
+}
+void put(Bytes& b, const Bytes& more) {
+  b.insert(b.end(), more.begin(), more.end());
+}
+
+Bytes flvHeader(uint8_t flags) {
+  return {'F', 'L', 'V', 1, flags, 0, 0, 0, 9};
+}
+// A tag with the previous tag size in front of it.
+Bytes tag(uint8_t type, const Bytes& body) {
+  Bytes b{0, 0, 0, 0, type};
+  putBe(b, body.size(), 3);
+  putBe(b, 0, 7);
+  put(b, body);
+  return b;
+}
+
+Bytes amfNumber(double v) {
+  Bytes b{0};
+  putBe(b, std::bit_cast<uint64_t>(v), 8);
+  return b;
+}
+Bytes amfText(const std::string& s) {
+  Bytes b;
+  putBe(b, s.size(), 2);
+  b.insert(b.end(), s.begin(), s.end());
+  return b;
+}
+Bytes amfString(const std::string& s) {
+  Bytes b{2};
+  put(b, amfText(s));
+  return b;
+}
+using Members = std::vector<std::pair<std::string, Bytes>>;
+Bytes amfMembers(uint8_t type, const Members& members) {
+  Bytes b{type};
+  if (type == 8) putBe(b, members.size(), 4);
+  for (const auto& [key, value] : members) {
+    put(b, amfText(key));
+    put(b, value);
+  }
+  put(b, {0, 0, 9});
+  return b;
+}
+Bytes metadata(const Members& members) {
+  Bytes body = amfString("onMetaData");
+  put(body, amfMembers(8, members));
+  return tag(18, body);
+}
+
+class Flv : public testing::Test {
+ protected:
+  // Reads into a fresh record unless told to read on top of the current one.
+  int32_t read(const Bytes& bytes, bool fresh = true) {
+    std::unique_ptr<FILE, int (*)(FILE*)> f{tmpfile(), fclose};
+    if (!bytes.empty()) fwrite(bytes.data(), 1, bytes.size(), f.get());
+    rewind(f.get());
+    if (fresh) *info = MediaInfo{};
+    MediaIo io{};
+    media_init_io(&io, f.get(), kMediaFileFlv);
+    return flv_read_info(&io, info.get());
+  }
+
+  // What a read logs at trace level.
+  std::string logOf(const Bytes& bytes) {
+    int saved = g_iDmsLogLevel.exchange(kLogTrace);
+    testing::internal::CaptureStderr();
+    read(bytes);
+    g_iDmsLogLevel = saved;
+    return testing::internal::GetCapturedStderr();
+  }
+
+  std::unique_ptr<MediaInfo> info = std::make_unique<MediaInfo>();
+};
+
+// The first body byte of an audio or video tag: format, rate, size, channels.
+TEST_F(Flv, TagCodecs) {
+  const struct {
+    uint8_t type, byte;
+    uint32_t codec, rate, channels;
+  } cases[] = {
+      {8, 0x2F, kMediaCodecMp3, 44100, 2},       {8, 0xAE, kMediaCodecAac, 44100, 1},
+      {8, 0x5A, kMediaCodecNellymoser, 8000, 1}, {8, 0xB6, kMediaCodecSpeex, 16000, 1},
+      {8, 0x17, kMediaCodecAdpcmSwf, 11025, 2},  {8, 0x01, kMediaCodecPcmS8, 5512, 2},
+      {9, 0x12, kMediaCodecFlv1, 0, 0},          {9, 0x17, kMediaCodecH264, 0, 0},
+      {9, 0x24, kMediaCodecVp6F, 0, 0},          {9, 0x13, 89, 0, 0},
+  };
+  for (const auto& c : cases) {
+    Bytes file = flvHeader(c.type == 8 ? 4 : 1);
+    put(file, tag(c.type, {c.byte, 0x55, 0x55}));
+    ASSERT_EQ(read(file), 0) << std::hex << +c.byte;
+    EXPECT_EQ(c.type == 8 ? info->audio_codec : info->video_codec, c.codec) << std::hex << +c.byte;
+    EXPECT_EQ(info->sample_rate, c.rate) << std::hex << +c.byte;
+    EXPECT_EQ(info->channels, c.channels) << std::hex << +c.byte;
+  }
+}
+
+// Unknown codecs keep what was known and say which id they saw.
+TEST_F(Flv, UnsupportedCodecsAreLogged) {
+  Bytes file = flvHeader(5);
+  put(file, metadata({{"audiocodecid", amfNumber(2)}, {"videocodecid", amfNumber(7)}}));
+  put(file, tag(8, {0x4E}));  // Nellymoser 16 kHz
+  put(file, tag(9, {0x16}));  // 6 has no mapping
+  std::string log = logOf(file);
+  EXPECT_NE(log.find("Unsupported audio codec (4)"), std::string::npos) << log;
+  EXPECT_NE(log.find("Unsupported video codec (6)"), std::string::npos) << log;
+  EXPECT_EQ(info->audio_codec, kMediaCodecMp3);
+  EXPECT_EQ(info->video_codec, kMediaCodecH264);
+}
+
+TEST_F(Flv, MetadataMembers) {
+  Bytes file = flvHeader(5);
+  put(file, metadata({
+                {"duration", amfNumber(12.5)},
+                {"width", amfNumber(640)},
+                {"height", amfNumber(-480)},  // refused: not positive
+                {"framerate", amfNumber(29.97)},
+                {"videodatarate", amfNumber(500)},
+                {"audiodatarate", amfNumber(-1)},
+                {"creator", amfString(std::string(300, 'c'))},
+                {std::string(300, 'k'), amfNumber(1)},
+                {"flags", amfMembers(3, {{"width", amfNumber(99)}})},  // too deep to count
+                {"list", Bytes{10, 0, 0, 0, 2, 1, 1, 11, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+                {"audiocodecid", amfNumber(10)},
+                {"keyframes", amfMembers(3, {{"times", amfNumber(0)}})},
+                {"height", amfNumber(123)},  // after the index: never reached
+            }));
+  put(file, tag(9, {0x17}));
+  put(file, tag(8, {0x00}));  // PCM with the tag's own 8-bit sample size
+  ASSERT_EQ(read(file), 0);
+  EXPECT_EQ(info->duration, 12500000);
+  EXPECT_EQ(info->video_width, 640);
+  EXPECT_EQ(info->video_height, 0);
+  EXPECT_EQ(info->frame_rate, 29u);
+  EXPECT_EQ(info->video_bit_rate, 512000u);
+  EXPECT_EQ(info->video_max_bit_rate, 512000u);
+  EXPECT_EQ(info->audio_bit_rate, 0u);
+  EXPECT_EQ(info->audio_codec, kMediaCodecPcmS8);  // the tag came later
+}
+
+// The walk stops once the announced streams have been met; what it found up
+// to a failure is still reported; a file that is not FLV is left alone.
+TEST_F(Flv, TagWalkEnds) {
+  Bytes videoOnly = flvHeader(1);
+  put(videoOnly, tag(9, {0x12}));
+  put(videoOnly, tag(8, {0x2F}));
+  ASSERT_EQ(read(videoOnly), 0);
+  EXPECT_EQ(info->has_audio, 0);
+
+  Bytes both = flvHeader(5);
+  put(both, metadata({{"duration", amfNumber(3)}, {"width", amfNumber(320)}}));
+  put(both, tag(9, {0x12, 1, 2, 3}));
+  size_t videoEnd = both.size();
+  put(both, tag(8, {0x2F, 1, 2, 3}));
+  size_t audioByte = both.size() - 3;  // a prefix this long has met both streams
+  for (size_t len = 0; len < both.size(); ++len) {
+    ASSERT_EQ(read(Bytes(both.begin(), both.begin() + len)), len >= audioByte ? 0 : -1) << len;
+    if (len >= videoEnd) {
+      EXPECT_EQ(info->video_codec, kMediaCodecFlv1) << len;
+      EXPECT_EQ(info->duration, 3000000) << len;
+      EXPECT_EQ(info->video_width, 320) << len;
+    }
+  }
+  info->track = 9;
+  EXPECT_EQ(read({'F', 'L', 'X', 1, 5, 0, 0, 0, 9}, false), -1);
+  EXPECT_EQ(info->track, 9);
+}
+
+// Nesting far beyond any real file ends without exhausting the stack.
+TEST_F(Flv, DeepNestingIsBounded) {
+  const struct {
+    uint8_t opener;
+    Bytes inner;
+    int32_t rc;
+  } cases[] = {
+      {8, {0, 0, 0, 0, 0, 1, 'k'}, -1},  // ECMA arrays: the refusal propagates
+      {10, {0, 0, 0, 1}, -1},            // strict arrays
+      {3, {0, 1, 'k'}, 0},               // objects end quietly
+  };
+  for (const auto& c : cases) {
+    Bytes body = amfString("onMetaData");
+    put(body, amfMembers(8, {{"duration", amfNumber(7)}}));
+    for (int i = 0; i < 20000; ++i) {
+      body.push_back(c.opener);
+      put(body, c.inner);
+    }
+    Bytes file = flvHeader(0);  // nothing announced: the script tag is the last one read
+    put(file, tag(18, body));
+    EXPECT_EQ(read(file), c.rc) << +c.opener;
+    EXPECT_EQ(info->duration, 7000000) << +c.opener;
+  }
+}
+
+uint32_t codecOf(const FfprobeStream* s) {
+  if (s->codec_name == "h264") return kMediaCodecH264;
+  if (s->codec_name == "flv1") return kMediaCodecFlv1;
+  if (s->codec_name == "aac") return kMediaCodecAac;
+  if (s->codec_name == "mp3") return kMediaCodecMp3;
+  return 0xBAD;
+}
+
+// Codecs, channels and sample rate come from the tags; picture size, frame
+// rate, data rates and duration only from the metadata, so a file without it
+// deliberately reports none of them where a demuxer would decode frames.
+TEST_F(Flv, FixturesAgreeWithFfprobe) {
+  const std::pair<const char*, bool> cases[] = {
+      {"flv_h264_aac_meta.flv", true}, {"flv_sorenson_mp3.flv", true}, {"flv_nometa.flv", false}};
+  for (auto [name, meta] : cases) {
+    std::string path = std::string(DMSD_TEST_MEDIA) + "/" + name;
+    auto view = loadFfprobeView(path + ".json");
+    std::unique_ptr<FILE, int (*)(FILE*)> f{fopen(path.c_str(), "rb"), fclose};
+    ASSERT_TRUE(view && f) << path;
+    const FfprobeStream* audio = view->first("audio");
+    const FfprobeStream* video = view->first("video");
+    ASSERT_TRUE(audio && video) << name;
+    MediaIo io{};
+    media_init_io(&io, f.get(), kMediaFileFlv);
+    *info = MediaInfo{};
+    ASSERT_EQ(flv_read_info(&io, info.get()), 0) << name;
+
+    EXPECT_EQ(info->video_codec, codecOf(video)) << name;
+    EXPECT_EQ(info->audio_codec, codecOf(audio)) << name;
+    EXPECT_EQ(info->channels, audio->channels) << name;
+    EXPECT_EQ(info->sample_rate, static_cast<uint32_t>(audio->sample_rate)) << name;
+    EXPECT_EQ(info->video_width, meta ? video->width : 0) << name;
+    EXPECT_EQ(info->video_height, meta ? video->height : 0) << name;
+    unsigned num = 0, den = 1;
+    sscanf(video->r_frame_rate.c_str(), "%u/%u", &num, &den);
+    EXPECT_EQ(info->frame_rate, meta ? num / den : 0) << name;
+    EXPECT_EQ(info->video_bit_rate, meta ? video->bit_rate : 0) << name;
+    EXPECT_NEAR(info->duration / 1e6, meta ? view->duration : 0, 1e-6) << name;
+  }
+}
+
+}  // namespace

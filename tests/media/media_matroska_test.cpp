@@ -1,0 +1,335 @@
+// The Matroska reader against ffprobe's view of real files, and on EBML built
+// here: codec names, track element order, disabled tracks, the header and
+// SeekHead refusals with their messages, the single-precision duration, and
+// every truncation and corruption of a small file.
+#include "media/media_matroska.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "media/ffprobe_view.h"
+#include "platform/log.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+constexpr uint32_t kEbml = 0x1A45DFA3, kSegment = 0x18538067, kSeekHead = 0x114D9B74;
+constexpr uint32_t kInfo = 0x1549A966, kTracks = 0x1654AE6B, kTrackEntry = 0xAE;
+constexpr uint32_t kTrackType = 0x83, kCodecId = 0x86, kCodecPrivate = 0x63A2;
+
+Bytes be(uint64_t value, int width) {
+  Bytes out;
+  for (int i = width - 1; i >= 0; --i) out.push_back(static_cast<uint8_t>(value >> (8 * i)));
+  return out;
+}
+
+Bytes cat(std::initializer_list<Bytes> parts) {
+  Bytes out;
+  for (const Bytes& part : parts) out.insert(out.end(), part.begin(), part.end());
+  return out;
+}
+
+// An element: its id, a 1- or 4-byte size, the payload.
+Bytes el(uint32_t id, const Bytes& payload) {
+  const int id_len = id > 0xFFFFFF ? 4 : id > 0xFFFF ? 3 : id > 0xFF ? 2 : 1;
+  const uint64_t n = payload.size();
+  const Bytes size = n < 0x7F ? Bytes{static_cast<uint8_t>(0x80 | n)} : be(0x10000000 | n, 4);
+  return cat({be(id, id_len), size, payload});
+}
+
+Bytes uintEl(uint32_t id, uint64_t value, int width = 4) {
+  return el(id, be(value, width));
+}
+
+Bytes strEl(uint32_t id, const std::string& s) {
+  return el(id, Bytes(s.begin(), s.end()));
+}
+
+Bytes floatEl(uint32_t id, double value) {
+  uint64_t bits = 0;
+  memcpy(&bits, &value, sizeof bits);
+  return el(id, be(bits, 8));
+}
+
+Bytes track(std::initializer_list<Bytes> elements) {
+  return el(kTrackEntry, cat(elements));
+}
+
+// Element order as one common muxer writes it: CodecID before TrackType.
+// The Video master also holds an element no table lists (Colour).
+const Bytes kH264Track =
+    track({uintEl(0xD7, 1, 1), strEl(kCodecId, "V_MPEG4/ISO/AVC"), uintEl(kTrackType, 1, 1),
+           uintEl(0x23E383, 40000000),
+           el(0xE0, cat({uintEl(0xB0, 1920, 2), uintEl(0xBA, 1080, 2), el(0x55B0, Bytes(6, 0))})),
+           el(kCodecPrivate, {1, 0x64, 0, 0x29, 0xFF, 0xE1, 0, 0x19})});
+const Bytes kAacTrack =
+    track({uintEl(kTrackType, 2, 1), strEl(kCodecId, "A_AAC"), el(kCodecPrivate, {0x11, 0x90}),
+           el(0xE1, cat({floatEl(0xB5, 48000.0), uintEl(0x9F, 6, 1)}))});
+
+struct Mkv {
+  std::string doc_type = "matroska";
+  uint32_t ebml_version = 1;
+  Bytes info = cat({uintEl(0x2AD7B1, 1000000), floatEl(0x4489, 120000.0)});
+  Bytes tracks = cat({kH264Track, kAacTrack});
+  bool seek_head = true;
+  bool seek_info = true;
+
+  Bytes bytes() const {
+    const Bytes header = el(kEbml, cat({uintEl(0x4286, ebml_version, 1), strEl(0x4282, doc_type)}));
+    const Bytes info_el = el(kInfo, info), tracks_el = el(kTracks, tracks);
+    const auto seek = [](uint32_t id, uint32_t pos) {
+      return el(0x4DBB, cat({el(0x53AB, be(id, 4)), uintEl(0x53AC, pos)}));
+    };
+    const auto head = [&](uint32_t info_pos, uint32_t tracks_pos) {
+      return el(kSeekHead,
+                cat({seek(seek_info ? kInfo : 0x1F43B675, info_pos), seek(kTracks, tracks_pos)}));
+    };
+    const auto at = static_cast<uint32_t>(head(0, 0).size());
+    const Bytes body = seek_head ? cat({head(at, at + info_el.size()), info_el, tracks_el})
+                                 : cat({info_el, tracks_el});
+    return cat({header, el(kSegment, body)});
+  }
+};
+
+std::unique_ptr<MediaInfo> readMkv(const Bytes& bytes, int32_t* result) {
+  std::unique_ptr<FILE, int (*)(FILE*)> f(tmpfile(), fclose);
+  if (!bytes.empty()) fwrite(bytes.data(), 1, bytes.size(), f.get());
+  rewind(f.get());
+  MediaIo io{};
+  media_init_io(&io, f.get(), kMediaFileMkv);
+  auto info = std::make_unique<MediaInfo>();
+  info->file_size = static_cast<uint32_t>(bytes.size());
+  *result = mkv_read_info(&io, info.get());
+  return info;
+}
+
+class MatroskaReader : public testing::Test {
+ protected:
+  void SetUp() override {
+    saved_level_ = g_iDmsLogLevel.load();
+    g_iDmsLogLevel = kLogEvent;
+  }
+  void TearDown() override { g_iDmsLogLevel = saved_level_; }
+
+  int saved_level_ = 6;
+};
+
+TEST_F(MatroskaReader, ReadsBothTracksWhateverTheirElementOrder) {
+  const Bytes file = Mkv{}.bytes();
+  int32_t rc = 0;
+  auto info = readMkv(file, &rc);
+  ASSERT_EQ(rc, 0);
+  EXPECT_EQ(info->video_codec, kMediaCodecH264);
+  EXPECT_EQ(info->video_width, 1920);
+  EXPECT_EQ(info->video_height, 1080);
+  EXPECT_EQ(info->frame_rate_num, 1000000000u);
+  EXPECT_EQ(info->frame_rate_den, 40000000u);
+  // Only the first 4 codec-private bytes are kept: version, profile, compatibility, level.
+  ASSERT_EQ(info->video_config_size, 4u);
+  EXPECT_EQ(memcmp(info->video_config, "\x01\x64\x00\x29", 4), 0);
+
+  EXPECT_EQ(info->audio_codec, kMediaCodecAac);
+  ASSERT_EQ(info->audio_config_size, 2u);
+  EXPECT_EQ(info->audio_config[0], 0x11);
+  EXPECT_EQ(info->channels, 6);
+  EXPECT_EQ(info->sample_rate, 48000u);
+  EXPECT_EQ(info->audio_frame_den, 0u);
+
+  // 120000.0 x 1000000 in single precision is 120000004096 ns, not 120 s exactly.
+  EXPECT_EQ(info->duration, 120000004);
+  EXPECT_EQ(info->bit_rate, file.size() * 8 / 120);
+}
+
+// Durations no count of microseconds can hold are unknown, not garbage.
+TEST_F(MatroskaReader, DurationOutOfRangeIsUnknown) {
+  const struct {
+    double duration;
+    int64_t us;
+  } cases[] = {{2.5, 2500}, {-5.0, 0}, {NAN, 0}, {INFINITY, 0}, {1e300, 0}, {1e16, 0}};
+  for (const auto& c : cases) {
+    Mkv mkv;
+    mkv.info = cat({uintEl(0x2AD7B1, 1000000), floatEl(0x4489, c.duration)});
+    int32_t rc = -9;
+    EXPECT_EQ(readMkv(mkv.bytes(), &rc)->duration, c.us) << c.duration;
+    EXPECT_EQ(rc, 0);
+  }
+}
+
+TEST_F(MatroskaReader, CodecNamesMatchByPrefix) {
+  const struct {
+    uint32_t kind;
+    const char* name;
+    uint32_t codec;
+  } cases[] = {
+      {1, "V_MPEG4/ISO/AVC", kMediaCodecH264},
+      {1, "V_MPEG4/ISO/ASP", kMediaCodecMpeg4},
+      {1, "V_MPEG2", kMediaCodecMpeg2Video},
+      {1, "V_VP8", kMediaCodecNone},
+      {2, "A_AAC/MPEG4/LC/SBR", kMediaCodecAac},
+      {2, "A_AC3/BSID9", kMediaCodecAc3},
+      {2, "A_EAC3", 0x1502b},
+      {2, "A_MPEG/L3", kMediaCodecMp3},
+      {2, "A_MPEG/L1", kMediaCodecMp2},
+      {2, "A_PCM/INT/LIT", kMediaCodecPcmS16Le},
+      {2, "A_DTS", kMediaCodecDts},
+      {2, "A_OPUS", kMediaCodecNone},
+  };
+  for (const auto& c : cases) {
+    Mkv mkv;
+    mkv.tracks = track({uintEl(kTrackType, c.kind, 1), strEl(kCodecId, c.name)});
+    int32_t rc = -9;
+    auto info = readMkv(mkv.bytes(), &rc);
+    ASSERT_EQ(rc, 0) << c.name;
+    EXPECT_EQ(c.kind == 1 ? info->video_codec : info->audio_codec, c.codec) << c.name;
+    // Both flags are set whatever the file holds.
+    EXPECT_EQ(info->has_video + info->has_audio, 2) << c.name;
+  }
+}
+
+TEST_F(MatroskaReader, DisabledAndOtherTracksLeaveTheFieldsAlone) {
+  Mkv mkv;
+  mkv.tracks =
+      cat({kH264Track,
+           track({uintEl(kTrackType, 1, 1), strEl(kCodecId, "V_MPEG2"), uintEl(0xB9, 0, 1)}),
+           track({strEl(kCodecId, "S_TEXT/UTF8"), uintEl(kTrackType, 0x11, 1)}),
+           track({strEl(kCodecId, "A_MPEG/L3")})});
+  int32_t rc = -9;
+  auto info = readMkv(mkv.bytes(), &rc);
+  ASSERT_EQ(rc, 0);
+  EXPECT_EQ(info->video_codec, kMediaCodecH264);
+  EXPECT_EQ(info->video_config_size, 4u);
+  EXPECT_EQ(info->audio_codec, kMediaCodecNone);
+}
+
+TEST_F(MatroskaReader, RefusedFilesSayWhy) {
+  const auto make = [](auto change) {
+    Mkv mkv;
+    change(mkv);
+    return mkv.bytes();
+  };
+  const Bytes good = Mkv{}.bytes();
+  Bytes bad_signature = good;
+  bad_signature[0] = 0x1B;
+  const struct {
+    const char* name;
+    Bytes file;
+    int32_t result;
+    const char* message;
+  } cases[] = {
+      {"webm", make([](Mkv& m) { m.doc_type = "webm"; }), -1, "Unkonwn MATROSKA_DOC_TYPE!"},
+      {"longer", make([](Mkv& m) { m.doc_type = "matroska2"; }), -1, "Unkonwn MATROSKA_DOC_TYPE!"},
+      {"no doc type", make([](Mkv& m) { m.doc_type = ""; }), -3, "_ebml_parse_header failed!(-3)"},
+      {"version", make([](Mkv& m) { m.ebml_version = 2; }), -1,
+       "Higher EBML Version (Ver 2), Not Support!!"},
+      {"no seek head", make([](Mkv& m) { m.seek_head = false; }), -1,
+       "_ebml_parse_seek failed!(-1)"},
+      {"signature", bad_signature, -1, "_ebml_parse_header failed!(-1)"},
+      {"cut in header", Bytes(good.begin(), good.begin() + 12), -2,
+       "_ebml_parse_header failed!(-2)"},
+      {"empty", {}, -2, ""},
+  };
+  for (const auto& c : cases) {
+    testing::internal::CaptureStderr();
+    int32_t rc = 0;
+    auto info = readMkv(c.file, &rc);
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(rc, c.result) << c.name;
+    EXPECT_NE(log.find(c.message), std::string::npos) << c.name << ": " << log;
+    EXPECT_EQ(info->has_video, 0) << c.name;
+  }
+}
+
+// A missing Info entry is logged; the tracks are still read.
+TEST_F(MatroskaReader, MissingSeekEntryOnlyLosesThatElement) {
+  Mkv mkv;
+  mkv.seek_info = false;
+  testing::internal::CaptureStderr();
+  int32_t rc = -9;
+  auto info = readMkv(mkv.bytes(), &rc);
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(rc, 0);
+  EXPECT_NE(log.find("_ebml_get_matroskaInfo Segment Information failed!(-1)"), std::string::npos);
+  EXPECT_EQ(info->duration, 0);
+  EXPECT_EQ(info->video_codec, kMediaCodecH264);
+}
+
+TEST_F(MatroskaReader, AnyTruncationOrCorruptionIsReadSafely) {
+  g_iDmsLogLevel = kLogFailure;  // thousands of refusals need no lines
+  const Bytes file = Mkv{}.bytes();
+  const auto check = [](const Bytes& bytes, const std::string& what) {
+    int32_t rc = -9;
+    readMkv(bytes, &rc);
+    EXPECT_TRUE(rc == 0 || rc == kMkvErrFormat || rc == kMkvErrRead || rc == kMkvErrResource)
+        << what << ": " << rc;
+  };
+  for (size_t n = 0; n < file.size(); ++n) check(Bytes(file.begin(), file.begin() + n), "cut");
+  for (size_t i = 0; i < file.size(); ++i) {
+    for (uint8_t value : {0x00, 0x01, 0x7F, 0xFF}) {
+      Bytes bad = file;
+      bad[i] = value;
+      check(bad, "byte " + std::to_string(i));
+    }
+  }
+}
+
+// ---- Real files ----
+
+TEST_F(MatroskaReader, RealFilesAgreeWithFfprobe) {
+  const struct {
+    const char* name;
+    uint32_t audio_codec;
+  } cases[] = {
+      {"mkv_h264_high_ac3.mkv", kMediaCodecAc3},
+      {"mkv_h264_aac.mkv", kMediaCodecAac},
+      {"mkv_h264_mp3.mkv", kMediaCodecMp3},
+  };
+  MediaReaderTable readers{};
+  readers.readers[kMediaFileMkv] = mkv_read_info;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path = std::string(DMSD_TEST_MEDIA) + "/" + c.name;
+    const auto view = loadFfprobeView(path + ".json");
+    ASSERT_TRUE(view);
+    auto info = std::make_unique<MediaInfo>();
+    ASSERT_EQ(mediaReadInfoWith(readers, path.c_str(), kMediaFileMkv, info.get()), 0);
+    EXPECT_NEAR(info->duration / 1e6, view->duration, 0.001);
+    EXPECT_EQ(info->bit_rate, view->size * 8 / static_cast<int64_t>(view->duration));
+
+    const FfprobeStream* video = view->first("video");
+    ASSERT_TRUE(video);
+    EXPECT_EQ(info->video_codec, kMediaCodecH264);
+    EXPECT_EQ(info->video_width, video->width);
+    EXPECT_EQ(info->video_height, video->height);
+    const std::string& rate = video->r_frame_rate;
+    const double fps = std::stod(rate) / std::stod(rate.substr(rate.find('/') + 1));
+    EXPECT_NEAR(1.0 * info->frame_rate_num / info->frame_rate_den, fps, 0.001);
+    ASSERT_EQ(info->video_config_size, 4u);
+    EXPECT_EQ(info->video_config[1], video->profile == "High" ? 100 : 0);
+
+    const FfprobeStream* audio = view->first("audio");
+    ASSERT_TRUE(audio);
+    EXPECT_EQ(info->audio_codec, c.audio_codec);
+    EXPECT_EQ(info->channels, audio->channels);
+    EXPECT_EQ(info->sample_rate, static_cast<uint32_t>(audio->sample_rate));
+  }
+}
+
+TEST_F(MatroskaReader, WebmFileIsRefused) {
+  MediaReaderTable readers{};
+  readers.readers[kMediaFileMkv] = mkv_read_info;
+  const std::string path = std::string(DMSD_TEST_MEDIA) + "/webm_vp8.webm";
+  auto info = std::make_unique<MediaInfo>();
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(mediaReadInfoWith(readers, path.c_str(), kMediaFileMkv, info.get()), -1);
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("Unkonwn MATROSKA_DOC_TYPE!"),
+            std::string::npos);
+  EXPECT_EQ(info->parsed, 0);
+}
+
+}  // namespace

@@ -1,0 +1,301 @@
+// The MP4 box reader against ffprobe's view of real files, and on boxes built
+// here for what encoders rarely write: odd brands, sizes the walk cannot
+// follow, several tracks, 64-bit times, and every truncation and corruption
+// of a small file (run under the sanitizers, these also catch leaks).
+#include "media/media_mp4.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "media/ffprobe_view.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes be(uint64_t value, int width) {
+  Bytes out;
+  for (int i = width - 1; i >= 0; --i) out.push_back(static_cast<uint8_t>(value >> (8 * i)));
+  return out;
+}
+
+Bytes cat(std::initializer_list<Bytes> parts) {
+  Bytes out;
+  for (const Bytes& part : parts) out.insert(out.end(), part.begin(), part.end());
+  return out;
+}
+
+Bytes text(const char* s) {
+  return Bytes(s, s + strlen(s));
+}
+
+Bytes box(const char* type, const Bytes& payload) {
+  return cat({be(8 + payload.size(), 4), text(type), payload});
+}
+
+Bytes fullBox(const char* type, uint8_t version, const Bytes& payload) {
+  return box(type, cat({{version, 0, 0, 0}, payload}));
+}
+
+Bytes mvhd(uint32_t timescale, uint32_t duration) {
+  return fullBox("mvhd", 0, cat({be(0, 8), be(timescale, 4), be(duration, 4), Bytes(80, 0)}));
+}
+
+Bytes audioEntry(const char* type, uint16_t channels, uint16_t rate, const Bytes& children) {
+  return box(type, cat({Bytes(6, 0), be(1, 2), Bytes(8, 0), be(channels, 2), be(16, 2), Bytes(4, 0),
+                        be(rate, 2), be(0, 2), children}));
+}
+
+Bytes visualEntry(const char* type, const Bytes& children) {
+  return box(type,
+             cat({Bytes(6, 0), be(1, 2), Bytes(16, 0), be(320, 2), be(240, 2), be(0x480000, 4),
+                  be(0x480000, 4), Bytes(4, 0), be(1, 2), Bytes(36, 0), children}));
+}
+
+// An ES descriptor with a decoder configuration, its specific info and an
+// SL descriptor after them, as muxers write it.
+Bytes esds(const Bytes& specific, uint32_t max_rate, uint32_t avg_rate) {
+  const auto n = static_cast<uint8_t>(specific.size());
+  return fullBox("esds", 0,
+                 cat({{3, static_cast<uint8_t>(23 + n), 0, 1, 0},
+                      {4, static_cast<uint8_t>(15 + n), 0x40, 0x15, 0, 0, 0},
+                      be(max_rate, 4),
+                      be(avg_rate, 4),
+                      {5, n},
+                      specific,
+                      {6, 1, 2}}));
+}
+
+Bytes stts(std::initializer_list<std::pair<uint32_t, uint32_t>> entries) {
+  Bytes rows = be(entries.size(), 4);
+  for (auto [count, delta] : entries) rows = cat({rows, be(count, 4), be(delta, 4)});
+  return fullBox("stts", 0, rows);
+}
+
+struct Track {
+  const char* handler;
+  uint32_t timescale, duration;
+  Bytes entry, stts;
+};
+
+Bytes trak(const Track& t) {
+  const Bytes tkhd =
+      fullBox("tkhd", 0, cat({Bytes(72, 0), be(640, 2), be(0, 2), be(360, 2), be(0, 2)}));
+  const Bytes mdhd =
+      fullBox("mdhd", 0, cat({be(0, 8), be(t.timescale, 4), be(t.duration, 4), Bytes(4, 0)}));
+  const Bytes hdlr = fullBox("hdlr", 0, cat({be(0, 4), text(t.handler), Bytes(13, 0)}));
+  const Bytes stsd = fullBox("stsd", 0, cat({be(1, 4), t.entry}));
+  const Bytes minf =
+      box("minf", cat({fullBox("smhd", 0, be(0, 4)), box("stbl", cat({stsd, t.stts}))}));
+  return box("trak", cat({tkhd, box("mdia", cat({mdhd, hdlr, minf}))}));
+}
+
+Bytes ftyp(const char* brand) {
+  return box("ftyp", cat({text(brand), be(0, 4), text("isom")}));
+}
+
+const Bytes kAacTrack =
+    trak({"soun", 44100, 441000, audioEntry("mp4a", 2, 44100, esds({0x12, 0x10}, 128000, 96000)),
+          stts({{430, 1024}})});
+const Bytes kVideoTrack =
+    trak({"vide", 90000, 900000, visualEntry("avc1", box("btrt", Bytes(12, 0))),
+          stts({{1, 3003}, {299, 3003}})});
+
+// The reader run over `bytes` as a file of that size.
+std::unique_ptr<MediaInfo> readMp4(const Bytes& bytes, int32_t* result = nullptr) {
+  std::unique_ptr<FILE, int (*)(FILE*)> f(tmpfile(), fclose);
+  if (!bytes.empty()) fwrite(bytes.data(), 1, bytes.size(), f.get());
+  rewind(f.get());
+  MediaIo io{};
+  media_init_io(&io, f.get(), kMediaFileMp4);
+  auto info = std::make_unique<MediaInfo>();
+  info->file_size = static_cast<uint32_t>(bytes.size());
+  const int32_t rc = mp4_read_info(&io, info.get());
+  if (result) *result = rc;
+  return info;
+}
+
+TEST(Mp4Reader, FormatComesFromA3gpBrandOnly) {
+  const struct {
+    const char* brand;
+    const char* format;
+  } cases[] = {
+      {"3gp6", "3gp6"}, {"3gp4", "3gp4"}, {"3g2a", "mp4"}, {"isom", "mp4"}, {"M4A ", "mp4"}};
+  for (const auto& c : cases) {
+    EXPECT_STREQ(readMp4(cat({ftyp(c.brand), box("moov", mvhd(1000, 2000))}))->format, c.format)
+        << c.brand;
+  }
+  EXPECT_STREQ(readMp4({})->format, "mp4");  // no ftyp at all
+}
+
+TEST(Mp4Reader, AacTrackWithTwoByteDecoderConfig) {
+  auto info = readMp4(cat({ftyp("M4A "), box("moov", cat({mvhd(44100, 441000), kAacTrack}))}));
+  EXPECT_EQ(info->has_audio, 1);
+  EXPECT_EQ(info->audio_codec, kMediaCodecAac);
+  EXPECT_EQ(info->channels, 2);
+  EXPECT_EQ(info->sample_rate, 44100u);
+  ASSERT_EQ(info->audio_config_size, 2u);
+  EXPECT_EQ(info->audio_config[0], 0x12);
+  EXPECT_EQ(info->audio_config[1], 0x10);
+  EXPECT_EQ(info->audio_max_bit_rate, 128000u);
+  EXPECT_EQ(info->audio_bit_rate, 96000u);
+  EXPECT_EQ(info->has_video, 0);
+  EXPECT_EQ(info->duration, 10000000);
+}
+
+// Fields of later tracks win, except the audio bit rates: the first found stay.
+TEST(Mp4Reader, LaterTracksOverwriteButNotAudioBitRates) {
+  const Bytes mono =
+      trak({"soun", 8000, 80000, audioEntry("mp4a", 1, 8000, esds({0x15, 0x88}, 24000, 12000)),
+            stts({{10, 1024}})});
+  auto info = readMp4(cat({box("moov", cat({mvhd(1000, 10000), kAacTrack, mono}))}));
+  EXPECT_EQ(info->channels, 1);
+  EXPECT_EQ(info->sample_rate, 8000u);
+  EXPECT_EQ(info->audio_config[0], 0x15);
+  EXPECT_EQ(info->audio_track, 2);
+  EXPECT_EQ(info->audio_max_bit_rate, 128000u);
+  EXPECT_EQ(info->audio_bit_rate, 96000u);
+}
+
+// 90000 / 3003 is 29.97; the whole part is kept. A zero delta counts as none
+// and a larger later one does not replace the smallest. The video bit rate is
+// the whole mdat over the track's seconds.
+TEST(Mp4Reader, VideoFrameRateFromSmallestDeltaAndBitRateFromMdat) {
+  const Bytes mdat = box("mdat", Bytes(1000, 0));
+  const Bytes video = trak(
+      {"vide", 90000, 900000, visualEntry("avc1", {}), stts({{1, 0}, {299, 3003}, {1, 3600}})});
+  auto info = readMp4(cat({ftyp("isom"), mdat, box("moov", cat({mvhd(1000, 10000), video}))}));
+  EXPECT_EQ(info->video_codec, kMediaCodecH264);
+  EXPECT_EQ(info->frame_rate, 29u);
+  EXPECT_EQ(info->video_width, 640);
+  EXPECT_EQ(info->video_height, 360);
+  EXPECT_EQ(info->video_bit_rate, 1008u * 8 / 10);
+  EXPECT_EQ(info->video_max_bit_rate, info->video_bit_rate);
+}
+
+// Under a second, there is no whole second to divide by.
+TEST(Mp4Reader, HalfSecondMovieHasNoBitRates) {
+  const Bytes track = trak({"vide", 1000, 500, visualEntry("mp4v", {}), stts({{12, 40}})});
+  auto info = readMp4(cat({box("moov", cat({mvhd(1000, 500), track})), box("mdat", Bytes(64, 0))}));
+  EXPECT_EQ(info->duration, 500000);
+  EXPECT_EQ(info->bit_rate, 0u);
+  EXPECT_EQ(info->video_bit_rate, 0u);
+  EXPECT_EQ(info->frame_rate, 0u);
+  EXPECT_EQ(info->video_codec, kMediaCodecMpeg4);
+}
+
+TEST(Mp4Reader, Version1MovieHeaderGivesDateAndDuration) {
+  const uint64_t created = 2082844800ull + 1278418830;  // 2010-07-06 12:20:30 UTC
+  const Bytes v1 = fullBox(
+      "mvhd", 1, cat({be(created, 8), be(0, 8), be(600, 4), be(6000000000ull, 8), Bytes(80, 0)}));
+  auto info = readMp4(box("moov", v1));
+  EXPECT_EQ(info->duration, 10000000000000);  // 64-bit duration, no overflow
+  EXPECT_EQ(info->year, 2010);
+  EXPECT_EQ(info->month, 7);
+  EXPECT_EQ(info->day, 6);
+}
+
+// Sizes the walk cannot follow: a 64-bit mdat derails it (the moov behind it
+// is lost), a zero-size or short child ends its container, and the walk stops
+// after 20 boxes.
+TEST(Mp4Reader, UnfollowableSizesStopTheWalkSafely) {
+  const Bytes moov = box("moov", cat({mvhd(1000, 2000), kAacTrack}));
+  const Bytes large_mdat = cat({be(1, 4), text("mdat"), be(24, 8), Bytes(8, 0)});
+  EXPECT_EQ(readMp4(cat({ftyp("isom"), large_mdat, moov}))->duration, 0);
+
+  // The mdat behind the cut moov is still found: the walk kept its place.
+  const Bytes cut_moov =
+      box("moov", cat({mvhd(1000, 2000), kVideoTrack, be(0, 4), text("trak"), kAacTrack}));
+  auto info = readMp4(cat({cut_moov, box("mdat", Bytes(1000, 0))}));
+  EXPECT_EQ(info->duration, 2000000);
+  EXPECT_EQ(info->has_audio, 0);
+  EXPECT_EQ(info->video_bit_rate, 1008u * 8 / 10);
+
+  Bytes many;
+  for (int i = 0; i < 20; ++i) many = cat({many, box("free", {})});
+  EXPECT_EQ(readMp4(cat({many, moov}))->duration, 0);
+  EXPECT_EQ(readMp4(cat({Bytes(many.begin(), many.end() - 8), moov}))->duration, 2000000);
+}
+
+TEST(Mp4Reader, AnyTruncationOrCorruptionIsReadSafely) {
+  const Bytes file =
+      cat({ftyp("3gp6"), box("moov", cat({mvhd(1000, 10000), kAacTrack, kVideoTrack})),
+           box("mdat", Bytes(16, 0))});
+  for (size_t n = 0; n < file.size(); ++n) {
+    int32_t rc = -9;
+    readMp4(Bytes(file.begin(), file.begin() + n), &rc);
+    EXPECT_EQ(rc, 0) << "truncated at " << n;
+  }
+  for (size_t i = 0; i < file.size(); ++i) {
+    for (uint8_t value : {0x00, 0x07, 0x80, 0xFF}) {
+      Bytes bad = file;
+      bad[i] = value;
+      int32_t rc = -9;
+      readMp4(bad, &rc);
+      EXPECT_EQ(rc, 0) << "byte " << i << " = " << int{value};
+    }
+  }
+}
+
+// ---- Real files ----
+
+int32_t readFile(const std::string& path, MediaInfo* info) {
+  MediaReaderTable readers{};
+  readers.readers[kMediaFileMp4] = mp4_read_info;
+  return mediaReadInfoWith(readers, path.c_str(), kMediaFileMp4, info);
+}
+
+double ratio(const std::string& fraction) {
+  const size_t slash = fraction.find('/');
+  return std::stod(fraction.substr(0, slash)) / std::stod(fraction.substr(slash + 1));
+}
+
+// The reader takes channels from the sample entry and the video codec from the
+// shared FOURCC table: a 3GP entry states 2 channels for mono AAC, and "s263"
+// is not in the table.
+TEST(Mp4Reader, RealFilesAgreeWithFfprobe) {
+  const struct {
+    const char* name;
+    const char* format;
+    uint32_t video_codec, audio_codec, channels;
+  } cases[] = {
+      {"mp4_h264_aac.mp4", "mp4", kMediaCodecH264, kMediaCodecAac, 0},
+      {"mp4_moov_after_mdat.mp4", "mp4", kMediaCodecH264, kMediaCodecAac, 0},
+      {"mp4_mpeg4part2.mp4", "mp4", kMediaCodecMpeg4, kMediaCodecAac, 0},
+      {"m4a_aac.m4a", "mp4", kMediaCodecNone, kMediaCodecAac, 0},
+      {"gp3_brand.3gp", "3gp4", kMediaCodecNone, kMediaCodecAac, 2},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path = std::string(DMSD_TEST_MEDIA) + "/" + c.name;
+    const auto view = loadFfprobeView(path + ".json");
+    ASSERT_TRUE(view);
+    auto info = std::make_unique<MediaInfo>();
+    ASSERT_EQ(readFile(path, info.get()), 0);
+    EXPECT_STREQ(info->format, c.format);
+    EXPECT_NEAR(info->duration / 1e6, view->duration, 0.001);
+    EXPECT_EQ(info->bit_rate, view->bit_rate);
+
+    const FfprobeStream* audio = view->first("audio");
+    ASSERT_TRUE(audio);
+    EXPECT_EQ(info->audio_codec, c.audio_codec);
+    EXPECT_EQ(info->channels, c.channels ? c.channels : audio->channels);
+    EXPECT_EQ(info->sample_rate, static_cast<uint32_t>(audio->sample_rate));
+    EXPECT_EQ(info->audio_bit_rate, audio->bit_rate);
+
+    const FfprobeStream* video = view->first("video");
+    EXPECT_EQ(info->has_video, video ? 1 : 0);
+    if (!video) continue;
+    EXPECT_EQ(info->video_codec, c.video_codec);
+    EXPECT_EQ(info->video_width, video->width);
+    EXPECT_EQ(info->video_height, video->height);
+    EXPECT_EQ(info->frame_rate, static_cast<uint32_t>(ratio(video->r_frame_rate)));
+  }
+}
+
+}  // namespace
