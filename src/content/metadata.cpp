@@ -119,6 +119,13 @@ void dlnaAdd2Parents(DlnaInfo* info, DlnaEntry* parent, DlnaEntry* child) {
   } catch (const std::bad_alloc&) {
   }
   if (!indexed) DMS_LOG(kLogEvent, "Failed to add the RB lookup tree\n");
+  if (child->isItem()) {
+    try {
+      info->items.emplace(child->id, child);
+    } catch (const std::bad_alloc&) {
+      DMS_LOG(kLogEvent, "Failed to add the RB lookup tree\n");
+    }
+  }
 }
 
 void _dlnaHdlDefCont(DlnaInfo* info, DlnaEntry* parent, DlnaEntry* container, int32_t id) {
@@ -204,6 +211,7 @@ void _dlnaFreeEntry(DlnaInfo* info, DlnaEntry* entry) {
   } else {
     dlnaRmvFrmParent(info, entry);
     entry->media.reset();
+    info->items.erase(entry->id);
   }
   if (info->index) info->index->erase(entry->id);
   deleteEntry(entry);
@@ -220,6 +228,7 @@ void dlnaFreeEntry(DlnaInfo* info, DlnaEntry* entry) {
     info->index.reset();
   }
   deleteEntry(entry);
+  info->items.clear();
   info->containerCount = 0;
   info->musicCount = 0;
   info->photoCount = 0;
@@ -238,4 +247,5 @@ void dlnaFreeMetaLst(DlnaInfo* info) {
   info->videoCount = 0;
   info->containerCount = 0;
   info->index.reset();
+  info->items.clear();
 }

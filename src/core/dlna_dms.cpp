@@ -5,27 +5,39 @@
 
 #include <cstring>
 
+#include "content/library.h"
 #include "content/metadata.h"
 #include "platform/ctype.h"
 #include "platform/log.h"
 #include "platform/timer.h"
+#include "profile/profile.h"
 #include "upnp/state_var.h"
 #include "upnp/upnp_dms.h"
 
 namespace {
 constexpr char kLogSource[] = "dlna_dms";
+
+void startProfiles(DlnaInfo* info) {
+  info->registry = dlnaMMInit();
+  dlnaSetExtCheck(info->registry, 1);
+  dlnaRegMediaProfile(info->registry);
+}
+
+void stopProfiles(DlnaInfo* info) {
+  dlnaMMUninit(info->registry);
+}
 }  // namespace
 
 DlnaInfo g_tDlnaInfo;
 
 DmsSubsystems g_tDmsSubsystems = {
-    .startProfiles = nullptr,
-    .stopProfiles = nullptr,
+    .startProfiles = startProfiles,
+    .stopProfiles = stopProfiles,
     .openNotify = nullptr,
     .closeNotify = nullptr,
     .startDevice = dlnaInitUpnp,
     .stopDevice = dlnaFinishUpnp,
-    .buildLibrary = nullptr,
+    .buildLibrary = dlnaBuildMetaLst,
     .folderRequest = nullptr,
     .rescan = nullptr,
 };

@@ -39,6 +39,7 @@ struct DlnaInfo {
   char ip[32] = {};
   int32_t port = 0;
   std::unique_ptr<DlnaIndex> index;
+  DlnaIndex items;  // every media item, by id: the all-items and group views walk it
   DlnaEntry* root = nullptr;
   DlnaProfileRegistry* registry = nullptr;
   DlnaWatchTree* watches = nullptr;

@@ -13,39 +13,17 @@
 #include <vector>
 
 #include "core/dlna_info.h"
+#include "fakes/action_request.h"
 #include "fakes/fake_upnp_device.h"
 #include "platform/alloc.h"
 #include "upnp/state_var.h"
 
 namespace {
 
-const std::string kOurUdn = std::string("uuid:") + kFakeUuid;
-
 const std::map<std::string, std::string> kServiceTypes = {
     {kCdsServiceId, "urn:schemas-upnp-org:service:ContentDirectory:1"},
     {kCmsServiceId, "urn:schemas-upnp-org:service:ConnectionManager:1"},
     {kMsrServiceId, "urn:microsoft.com:service:X_MS_MediaReceiverRegistrar:1"}};
-
-struct FreeRequest {
-  void operator()(UpnpActionRequest* request) const {
-    ixmlDocument_free(UpnpActionRequest_get_ActionRequest(request));
-    ixmlDocument_free(UpnpActionRequest_get_ActionResult(request));
-    UpnpActionRequest_delete(request);
-  }
-};
-using Request = std::unique_ptr<UpnpActionRequest, FreeRequest>;
-
-// An action request as the stack hands it over, with `args` in its body.
-Request makeRequest(const char* serviceId, const char* action, const std::string& args,
-                    const std::string& udn = kOurUdn) {
-  Request request(UpnpActionRequest_new());
-  UpnpActionRequest_strcpy_ServiceID(request.get(), serviceId);
-  UpnpActionRequest_strcpy_ActionName(request.get(), action);
-  UpnpActionRequest_strcpy_DevUDN(request.get(), udn.c_str());
-  std::string body = "<u:A xmlns:u=\"urn:x\">" + args + "</u:A>";
-  UpnpActionRequest_set_ActionRequest(request.get(), ixmlParseBuffer(body.c_str()));
-  return request;
-}
 
 // Runs the request through the device callback: "<code> <text>" for an error,
 // "-" when no response is left (a failed action, or one not for this device),
