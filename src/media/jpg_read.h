@@ -8,19 +8,7 @@
 #include <cstdint>
 
 #include "media/media_io.h"
-
-// A picture to send as a thumbnail: bytes in memory or a JPEG file on disk.
-struct MediaThumbnail {
-  char mime[16];  // MIME type of in-memory bytes; empty for a file
-  uint32_t size;  // bytes of data; 0 for a file
-  int32_t width;  // pixels, when known
-  int32_t height;
-  uint32_t kind;  // 1 = bytes in memory (data), 0 = a file on disk (path)
-  union {
-    uint8_t* data;  // owned: GetUB block, released with RetUB
-    char* path;
-  };
-};
+#include "media/media_thumbnail.h"
 
 // One marker as jpg_read_tag / jpg_tn_read_tag found it.
 struct JpgMarker {

@@ -16,7 +16,6 @@ namespace {
 
 constexpr char kLogSource[] = "media_parse";
 
-// A reader lands here as its module is added; until then its kinds fail.
 // clang-format off
 constexpr MediaReaderTable kBuiltinReaders = {
     /* exif */ mediaParseExifProfile,
@@ -27,7 +26,7 @@ constexpr MediaReaderTable kBuiltinReaders = {
         /*  3 TIFF     */ tif_read_info,
         /*  4 BMP      */ bmp_read_info,
         /*  5 ASF      */ asf_read_info,
-        /*  6 MP3      */ nullptr,  // mp3_read_info
+        /*  6 MP3      */ mp3_read_info,
         /*  7 WAV      */ wav_read_info,
         /*  8 MP4      */ mp4_read_info,
         /*  9 MP4      */ mp4_read_info,

@@ -175,7 +175,10 @@ TEST_F(ImageRead, BuiltHeaders) {
 struct Thumb : MediaThumbnail {
   Thumb() : MediaThumbnail{} {}
   ~Thumb() { RetUB(data); }
-  Bytes bytes() const { return Bytes(data, data + size); }
+  Bytes bytes() const {
+    const auto* p = static_cast<const uint8_t*>(data);
+    return Bytes(p, p + size);
+  }
 };
 
 TEST_F(ImageRead, ThumbnailSpan) {
