@@ -256,7 +256,7 @@ TEST_F(Device, AnswersActionsAndVariableQueries) {
        {{"ObjectID", "0"},
         {"BrowseFlag", "BrowseMetadata"},
         {"Filter", "*"},
-        {"StartingIndex", "0"},
+        {"StartingIndex", "1"},
         {"RequestedCount", "0"},
         {"SortCriteria", ""}},
        501},
