@@ -6,3 +6,4 @@ scripts/install-deps.sh
 cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DDMSD_TESTS=OFF >/dev/null
 cmake --build build-bench --target bench
 ./build-bench/dmsd_bench_store
+./build-bench/dmsd_bench_reader
