@@ -499,22 +499,6 @@ int64_t durationOf(MediaIo* io, const MpegAudioFrameHeader& first, uint32_t fram
   return static_cast<int64_t>(frames) * kUsPerFrame / first.sample_rate;
 }
 
-// Opens a regular file without blocking on a FIFO or device node.
-FILE* openRegular(const char* path) {
-  int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) return nullptr;
-  struct stat st;
-  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-    close(fd);
-    return nullptr;
-  }
-  int flags = fcntl(fd, F_GETFL);
-  if (flags >= 0) fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
-  FILE* stream = fdopen(fd, "rb");
-  if (!stream) close(fd);
-  return stream;
-}
-
 struct RetUBDeleter {
   void operator()(void* p) const { RetUB(p); }
 };
@@ -708,7 +692,7 @@ int32_t mp3_read_info(MediaIo* io, MediaInfo* info) {
 
 int32_t mp3GetAlbumArt(const char* path, MediaThumbnail* thumb) {
   if (!path || !thumb) return -1;
-  std::unique_ptr<FILE, int (*)(FILE*)> stream(openRegular(path), fclose);
+  std::unique_ptr<FILE, int (*)(FILE*)> stream(mediaOpenRegular(path), fclose);
   if (!stream) {
     DMS_LOG(kLogEvent, "open file \"%s\" fail", path);
     return -1;

@@ -41,24 +41,6 @@ constexpr MediaReaderTable kBuiltinReaders = {
 };
 // clang-format on
 
-// Opens a regular file for reading. O_NONBLOCK keeps a FIFO or device node on
-// a stick from blocking the scan in open(); anything but a regular file is
-// refused, as is a directory, whose reads would only fail later.
-FILE* openRegular(const char* path) {
-  int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) return nullptr;
-  struct stat st;
-  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-    close(fd);
-    return nullptr;
-  }
-  int flags = fcntl(fd, F_GETFL);
-  if (flags >= 0) fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
-  FILE* stream = fdopen(fd, "rb");
-  if (!stream) close(fd);
-  return stream;
-}
-
 int32_t runReader(const MediaReaderTable& readers, uint32_t type, MediaIo* io, MediaInfo* info,
                   int32_t exif_result) {
   // An unknown kind is a success with nothing read: the file is still published.
@@ -100,7 +82,7 @@ int32_t mediaReadInfoWith(const MediaReaderTable& readers, const char* path, uin
 
   // Opened before the EXIF step, which opens the file by itself: a FIFO or a
   // directory must be refused before anything reads it.
-  FILE* stream = openRegular(path);
+  FILE* stream = mediaOpenRegular(path);
   if (!stream) return -1;
   int32_t exif_result = -1;
   if (type == kMediaFileJpeg && readers.exif) exif_result = readers.exif(info, path);
@@ -160,4 +142,21 @@ void media_convert_utf16_to_utf8(char* dst, const uint16_t* src, int32_t dst_siz
     }
   }
   dst[pos] = '\0';
+}
+
+// O_NONBLOCK keeps a FIFO or device node on a stick from blocking the scan in
+// open(); a directory is refused too, its reads would only fail later.
+FILE* mediaOpenRegular(const char* path) {
+  int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return nullptr;
+  struct stat st;
+  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    close(fd);
+    return nullptr;
+  }
+  int flags = fcntl(fd, F_GETFL);
+  if (flags >= 0) fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
+  FILE* stream = fdopen(fd, "rb");
+  if (!stream) close(fd);
+  return stream;
 }

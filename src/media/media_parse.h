@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <type_traits>
 
 #include "media/media_codec.h"
@@ -138,6 +139,10 @@ int32_t media_read_info(const char* path, uint32_t type, MediaInfo* info);
 // The same with the given readers.
 int32_t mediaReadInfoWith(const MediaReaderTable& readers, const char* path, uint32_t type,
                           MediaInfo* info);
+
+// The file at `path` opened for reading when it is a regular file; null for
+// anything else (a FIFO or device node on a stick must not block a scan).
+FILE* mediaOpenRegular(const char* path);
 
 // A zero-filled block from GetUB (free with RetUB), or null.
 void* media_mallocz(size_t size);
