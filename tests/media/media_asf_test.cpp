@@ -13,11 +13,13 @@
 #include <vector>
 
 #include "media/ffprobe_view.h"
+#include "media/reader_test_util.h"
 #include "platform/ctype.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using reader_test::Bytes;
+using reader_test::cat;
 
 // Little-endian fields given as value, width in bytes, value, width, ...
 Bytes le(std::initializer_list<uint64_t> fields) {
@@ -26,11 +28,6 @@ Bytes le(std::initializer_list<uint64_t> fields) {
     for (uint64_t i = 0; i < it[1]; ++i)
       b.push_back(i < 8 ? static_cast<uint8_t>(*it >> (8 * i)) : 0);
   }
-  return b;
-}
-Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes b;
-  for (const Bytes& p : parts) b.insert(b.end(), p.begin(), p.end());
   return b;
 }
 Bytes guid(const AsfGuid& g) {
@@ -103,13 +100,8 @@ class Asf : public testing::Test {
 
   // Reads into a fresh record unless told to read on top of the current one.
   int32_t read(const Bytes& bytes, bool fresh = true) {
-    std::unique_ptr<FILE, int (*)(FILE*)> f{tmpfile(), fclose};
-    if (!bytes.empty()) fwrite(bytes.data(), 1, bytes.size(), f.get());
-    rewind(f.get());
     if (fresh) *info = MediaInfo{};
-    MediaIo io{};
-    media_init_io(&io, f.get(), kMediaFileWmv);
-    return asf_read_info(&io, info.get());
+    return reader_test::readBytes(asf_read_info, kMediaFileWmv, bytes, info.get());
   }
 
   std::unique_ptr<MediaInfo> info = std::make_unique<MediaInfo>();

@@ -13,11 +13,12 @@
 #include <vector>
 
 #include "media/ffprobe_view.h"
+#include "media/reader_test_util.h"
 #include "platform/log.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using reader_test::Bytes;
 
 void putBe(Bytes& b, uint64_t v, int n) {
   for (int i = n - 1; i >= 0; --i) b.push_back(static_cast<uint8_t>(v >> (8 * i)));
@@ -75,13 +76,8 @@ class Flv : public testing::Test {
  protected:
   // Reads into a fresh record unless told to read on top of the current one.
   int32_t read(const Bytes& bytes, bool fresh = true) {
-    std::unique_ptr<FILE, int (*)(FILE*)> f{tmpfile(), fclose};
-    if (!bytes.empty()) fwrite(bytes.data(), 1, bytes.size(), f.get());
-    rewind(f.get());
     if (fresh) *info = MediaInfo{};
-    MediaIo io{};
-    media_init_io(&io, f.get(), kMediaFileFlv);
-    return flv_read_info(&io, info.get());
+    return reader_test::readBytes(flv_read_info, kMediaFileFlv, bytes, info.get());
   }
 
   // What a read logs at trace level.

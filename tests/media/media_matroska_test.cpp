@@ -13,27 +13,16 @@
 #include <vector>
 
 #include "media/ffprobe_view.h"
+#include "media/reader_test_util.h"
 #include "platform/log.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using namespace reader_test;
 
 constexpr uint32_t kEbml = 0x1A45DFA3, kSegment = 0x18538067, kSeekHead = 0x114D9B74;
 constexpr uint32_t kInfo = 0x1549A966, kTracks = 0x1654AE6B, kTrackEntry = 0xAE;
 constexpr uint32_t kTrackType = 0x83, kCodecId = 0x86, kCodecPrivate = 0x63A2;
-
-Bytes be(uint64_t value, int width) {
-  Bytes out;
-  for (int i = width - 1; i >= 0; --i) out.push_back(static_cast<uint8_t>(value >> (8 * i)));
-  return out;
-}
-
-Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (const Bytes& part : parts) out.insert(out.end(), part.begin(), part.end());
-  return out;
-}
 
 // An element: its id, a 1- or 4-byte size, the payload.
 Bytes el(uint32_t id, const Bytes& payload) {
@@ -98,14 +87,9 @@ struct Mkv {
 };
 
 std::unique_ptr<MediaInfo> readMkv(const Bytes& bytes, int32_t* result) {
-  std::unique_ptr<FILE, int (*)(FILE*)> f(tmpfile(), fclose);
-  if (!bytes.empty()) fwrite(bytes.data(), 1, bytes.size(), f.get());
-  rewind(f.get());
-  MediaIo io{};
-  media_init_io(&io, f.get(), kMediaFileMkv);
   auto info = std::make_unique<MediaInfo>();
   info->file_size = static_cast<uint32_t>(bytes.size());
-  *result = mkv_read_info(&io, info.get());
+  *result = readBytes(mkv_read_info, kMediaFileMkv, bytes, info.get());
   return info;
 }
 

@@ -13,26 +13,11 @@
 #include <vector>
 
 #include "media/ffprobe_view.h"
+#include "media/reader_test_util.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-Bytes be(uint64_t value, int width) {
-  Bytes out;
-  for (int i = width - 1; i >= 0; --i) out.push_back(static_cast<uint8_t>(value >> (8 * i)));
-  return out;
-}
-
-Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (const Bytes& part : parts) out.insert(out.end(), part.begin(), part.end());
-  return out;
-}
-
-Bytes text(const char* s) {
-  return Bytes(s, s + strlen(s));
-}
+using namespace reader_test;
 
 Bytes box(const char* type, const Bytes& payload) {
   return cat({be(8 + payload.size(), 4), text(type), payload});
@@ -108,14 +93,9 @@ const Bytes kVideoTrack =
 
 // The reader run over `bytes` as a file of that size.
 std::unique_ptr<MediaInfo> readMp4(const Bytes& bytes, int32_t* result = nullptr) {
-  std::unique_ptr<FILE, int (*)(FILE*)> f(tmpfile(), fclose);
-  if (!bytes.empty()) fwrite(bytes.data(), 1, bytes.size(), f.get());
-  rewind(f.get());
-  MediaIo io{};
-  media_init_io(&io, f.get(), kMediaFileMp4);
   auto info = std::make_unique<MediaInfo>();
   info->file_size = static_cast<uint32_t>(bytes.size());
-  const int32_t rc = mp4_read_info(&io, info.get());
+  const int32_t rc = readBytes(mp4_read_info, kMediaFileMp4, bytes, info.get());
   if (result) *result = rc;
   return info;
 }
