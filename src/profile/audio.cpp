@@ -188,6 +188,24 @@ uint32_t guessHeaac(uint32_t r, uint32_t c, uint32_t b, const HeaacAnswers& a) {
   return 0;
 }
 
+// The packaging told by the first kMediaMpegHeadSize bytes.
+uint32_t mpegContainerOf(const uint8_t* head) {
+  for (size_t i = 0; i < 188; ++i) {
+    if (head[i] == 0x47 && head[i + 188] == 0x47) return kContainerMpegTs188;
+  }
+  for (size_t i = 0; i < 192; ++i) {
+    if (head[i] == 0x47 && head[i + 192] == 0x47) {
+      const uint8_t* stamp = head + i + 188;
+      bool zero = !stamp[0] && !stamp[1] && !stamp[2] && !stamp[3];
+      return zero ? kContainerMpegTs192Z : kContainerMpegTs192;
+    }
+  }
+  if (head[0] == 0 && head[1] == 0 && head[2] == 1) {
+    return head[3] == 0xBA ? kContainerMpegPs : kContainerMpegEs;
+  }
+  return kContainerUnknown;
+}
+
 }  // namespace
 
 uint32_t dlnaMediaStreamGetContainer(const MediaInfo* info) {
@@ -208,6 +226,7 @@ uint32_t dlnaMediaStreamGetContainer(const MediaInfo* info) {
     return threeGpp ? kContainer3gpp : kContainerMp4;
   }
   if (container == kContainerMpeg || container == kContainerMpegTs) {
+    if (info->mpeg_head_size > 0) return mpegContainerOf(info->mpeg_head);
     return _dlnaMpegFindContType(info->path);
   }
   return container;
@@ -217,25 +236,11 @@ uint32_t _dlnaMpegFindContType(const char* path) {
   if (!path) return kContainerUnknown;
   FILE* file = fopen(path, "rb");
   if (!file) return kContainerUnknown;
-  uint8_t head[384] = {};
-  size_t got = fread(head, 1, sizeof(head), file);
-  fclose(file);
   // A short file leaves zeros behind its end, which never look like sync bytes.
-  (void)got;
-  for (size_t i = 0; i < 188; ++i) {
-    if (head[i] == 0x47 && head[i + 188] == 0x47) return kContainerMpegTs188;
-  }
-  for (size_t i = 0; i < 192; ++i) {
-    if (head[i] == 0x47 && head[i + 192] == 0x47) {
-      const uint8_t* stamp = head + i + 188;
-      bool zero = !stamp[0] && !stamp[1] && !stamp[2] && !stamp[3];
-      return zero ? kContainerMpegTs192Z : kContainerMpegTs192;
-    }
-  }
-  if (head[0] == 0 && head[1] == 0 && head[2] == 1) {
-    return head[3] == 0xBA ? kContainerMpegPs : kContainerMpegEs;
-  }
-  return kContainerUnknown;
+  uint8_t head[kMediaMpegHeadSize] = {};
+  (void)fread(head, 1, sizeof(head), file);
+  fclose(file);
+  return mpegContainerOf(head);
 }
 
 uint32_t audio_media_profile_guess_aac_priv(const MediaInfo* info, uint32_t objectType) {

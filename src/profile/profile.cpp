@@ -5,7 +5,6 @@
 
 #include <strings.h>
 #include <atomic>
-#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -50,6 +49,12 @@ constexpr DlnaMediaParser dlna_profile_av_mkv = {20, kDlnaClassVideo, "mkv", par
 
 // Serialises the read-modify-write of SourceProtocolInfo across profiling threads.
 std::mutex g_sourceInfoMutex;
+// The (name, mime) pairs already in the list, for the variable table of
+// g_sourceInfoGeneration; guarded by g_sourceInfoMutex. Bounded, as scratch
+// MIME texts are one per rate/channel pair.
+constexpr size_t kSourceInfoCacheRows = 256;
+std::vector<std::pair<const char*, const char*>> g_sourceInfoAdded;
+uint64_t g_sourceInfoGeneration = 0;
 
 std::atomic<const MediaReaderTable*> g_mediaReaders{nullptr};
 
@@ -64,15 +69,34 @@ void clearTexts(DlnaMediaResult* result) {
   result->album.clear();
 }
 
+// Appends `value` as at least `width` decimal digits.
+void appendDigits(std::string* text, int64_t value, int width) {
+  char digits[24];
+  int n = 0;
+  do {
+    digits[n++] = static_cast<char>('0' + value % 10);
+    value /= 10;
+  } while (value > 0 && n < static_cast<int>(sizeof(digits)));
+  while (n < width) digits[n++] = '0';
+  while (n > 0) text->push_back(digits[--n]);
+}
+
+// "HH:MM:SS.mmm"; formatted by hand as every profiled file needs one.
 std::string durationText(int64_t duration) {
   // The minimum value is the readers' "unknown"; other negative values are no
   // better and would print as negative times.
   if (duration < 0) return "00:00:00.000";
   int64_t s = duration / 1000000;
   int64_t m = s / 60;
-  char text[32];
-  snprintf(text, sizeof(text), "%02" PRId64 ":%02" PRId64 ":%02" PRId64 ".%03" PRId64, m / 60,
-           m % 60, s % 60, (duration % 1000000) / 1000);
+  std::string text;
+  text.reserve(15);
+  appendDigits(&text, m / 60, 2);
+  text.push_back(':');
+  appendDigits(&text, m % 60, 2);
+  text.push_back(':');
+  appendDigits(&text, s % 60, 2);
+  text.push_back('.');
+  appendDigits(&text, (duration % 1000000) / 1000, 3);
   return text;
 }
 
@@ -223,6 +247,19 @@ void dlnaTansferMediaInfo(DlnaMediaResult* result, const MediaInfo* info) {
 
 int32_t dlnaAddSourceProtocolInfo(const char* name, const char* mime) {
   if (!name || !mime) return -1;
+  std::lock_guard<std::mutex> guard(g_sourceInfoMutex);
+  // Every file of a library lands on one of a few dozen pairs, and profile
+  // names and MIME texts live as long as the process: once a pair is in the
+  // list, later files skip formatting the entry and copying the whole list.
+  uint64_t generation = dlnaVarTableGeneration();
+  if (generation != g_sourceInfoGeneration) {
+    g_sourceInfoAdded.clear();
+    g_sourceInfoGeneration = generation;
+  }
+  for (const auto& [addedName, addedMime] : g_sourceInfoAdded) {
+    if (addedName == name && addedMime == mime) return 0;
+  }
+
   bool nonDlna = strcmp(name, kDlnaNonDlna) == 0;
   char entry[256];
   if (nonDlna) {
@@ -230,10 +267,9 @@ int32_t dlnaAddSourceProtocolInfo(const char* name, const char* mime) {
   } else {
     snprintf(entry, sizeof(entry), "http-get:*:%s:DLNA.ORG_PN=%s", mime, name);
   }
-
-  std::lock_guard<std::mutex> guard(g_sourceInfoMutex);
   std::optional<std::string> current = dlnaGetVarValue(kCmsServiceId, "SourceProtocolInfo");
   if (!current) return -1;
+  if (g_sourceInfoAdded.size() < kSourceInfoCacheRows) g_sourceInfoAdded.emplace_back(name, mime);
   std::string value;
   if (current->empty()) {
     value = entry;
@@ -337,12 +373,11 @@ const char* dlnaGetFileExt(const char* path) {
 int32_t _dlnaMatchFileExt(const char* path, const char* list) {
   const char* ext = dlnaGetFileExt(path);
   if (!ext || !list) return 0;
+  const size_t extLen = strlen(ext);
   const char* token = list;
   while (true) {
     size_t len = strcspn(token, ",");
-    char buffer[32] = {};
-    memcpy(buffer, token, len < sizeof(buffer) - 1 ? len : sizeof(buffer) - 1);
-    if (strcasecmp(buffer, ext) == 0) return 1;
+    if (len == extLen && strncasecmp(token, ext, len) == 0) return 1;
     if (token[len] == '\0') return 0;
     token += len + 1;
   }

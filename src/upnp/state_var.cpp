@@ -2,6 +2,7 @@
 #include "upnp/state_var.h"
 
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -39,6 +40,7 @@ constexpr DlnaStateVarInit kInitialValues[] = {
 std::mutex g_valueMutex;
 // Held across a set and its event, so events leave in the order of the sets.
 std::mutex g_eventMutex;
+std::atomic<uint64_t> g_generation{0};
 
 // Row and column of a variable, or false.
 bool findVar(const char* serviceId, const char* varName, DlnaStateVarRow*& row, int& column) {
@@ -60,6 +62,7 @@ bool findVar(const char* serviceId, const char* varName, DlnaStateVarRow*& row, 
 
 void dlnaInitVarValue() {
   std::lock_guard lock(g_valueMutex);
+  g_generation.fetch_add(1, std::memory_order_release);
   for (const DlnaStateVarInit& init : kInitialValues) {
     for (DlnaStateVarRow* r = g_tStateVar; r->serviceId; ++r) {
       if (strcmp(r->serviceId, init.serviceId) != 0) continue;
@@ -116,6 +119,11 @@ std::vector<std::pair<std::string, std::string>> dlnaGetServiceVars(const char* 
 
 void dlnaFreeVarValue() {
   std::lock_guard lock(g_valueMutex);
+  g_generation.fetch_add(1, std::memory_order_release);
   for (DlnaStateVarRow* r = g_tStateVar; r->serviceId; ++r)
     for (auto& value : r->values) value.reset();
+}
+
+uint64_t dlnaVarTableGeneration() {
+  return g_generation.load(std::memory_order_acquire);
 }

@@ -34,3 +34,7 @@ std::vector<std::pair<std::string, std::string>> dlnaGetServiceVars(const char* 
 
 // Drops every value; dlnaGetVarValue then yields nothing until dlnaInitVarValue.
 void dlnaFreeVarValue();
+
+// Bumped by every dlnaInitVarValue and dlnaFreeVarValue, so a caller that
+// caches what it wrote can tell that the table started over.
+uint64_t dlnaVarTableGeneration();
