@@ -59,6 +59,7 @@ uint64_t g_sourceInfoGeneration = 0;
 std::atomic<const MediaReaderTable*> g_mediaReaders{nullptr};
 
 constexpr char kUnknown[] = "Unknown";
+constexpr size_t kExtTokenMax = 31;
 
 // A parser that does not claim the file leaves no texts behind.
 void clearTexts(DlnaMediaResult* result) {
@@ -376,8 +377,10 @@ int32_t _dlnaMatchFileExt(const char* path, const char* list) {
   const size_t extLen = strlen(ext);
   const char* token = list;
   while (true) {
+    // A token is compared by its first kExtTokenMax characters only.
     size_t len = strcspn(token, ",");
-    if (len == extLen && strncasecmp(token, ext, len) == 0) return 1;
+    size_t cut = len < kExtTokenMax ? len : kExtTokenMax;
+    if (cut == extLen && strncasecmp(token, ext, cut) == 0) return 1;
     if (token[len] == '\0') return 0;
     token += len + 1;
   }
