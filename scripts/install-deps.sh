@@ -7,7 +7,7 @@ packages=(
   g++ cmake ninja-build pkg-config
   libupnp-dev libmicrohttpd-dev libexif-dev
   libgtest-dev libgmock-dev
-  clang-format iproute2 util-linux
+  clang-format iproute2 util-linux curl
 )
 
 missing=()

@@ -12,7 +12,10 @@
 #include <thread>
 #include <vector>
 
+#include "content/folders.h"
+#include "content/live_library.h"
 #include "content/test_tree.h"
+#include "fakes/action_request.h"
 #include "fakes/fake_upnp_device.h"
 #include "upnp/state_var.h"
 
@@ -143,6 +146,85 @@ TEST(Concurrency, ReadersSeeConsistentTreeAndVariablesWhileWriterChangesThem) {
 
   dlnaFreeVarValue();
   fakeClearNotifications();
+}
+
+}  // namespace
+
+// Browse on other threads while the signal work changes the live library:
+// folder requests, change events, and full rebuilds swapped in.
+namespace {
+
+constexpr int kBrowsers = 3;
+constexpr int kChangeRounds = 12;
+
+class ConcurrencyLibrary : public LiveLibrary {
+ protected:
+  // Browses "Folder" and every shared directory; the first failure, or "".
+  static std::string browseAll() {
+    std::vector<std::string> ids = {"0$4"};
+    {
+      std::shared_lock lock(g_tDlnaInfo.lock);
+      if (std::string broken = checkTree(g_tDlnaInfo); !broken.empty()) return broken;
+      for (auto& [id, share] : dlnaGetEntry(&g_tDlnaInfo, kDlnaIdFolder)->children->nodes)
+        ids.push_back("0$4$" + std::to_string(id));
+    }
+    for (const std::string& id : ids) {
+      std::string args = "<ObjectID>" + id +
+                         "</ObjectID><BrowseFlag>BrowseDirectChildren</BrowseFlag>"
+                         "<Filter>*</Filter><StartingIndex>0</StartingIndex>"
+                         "<RequestedCount>0</RequestedCount>";
+      auto out = runAction(makeRequest(kCdsServiceId, "Browse", args).get());
+      // A share can vanish between the listing and its Browse; "Folder" cannot.
+      if (id == "0$4" && out["NumberReturned"] != out["TotalMatches"]) return "Browse of " + id;
+    }
+    return "";
+  }
+};
+
+TEST_F(ConcurrencyLibrary, BrowseStaysConsistentWhileFoldersChangeAndTheTreeIsRebuilt) {
+  put("share/one.mp3", kTestSong);
+  put("share/sub/two.mp3", kTestSong);
+  put("extra/three.mp3", kTestSong);
+  build({"share"});
+
+  std::atomic<bool> done{false};
+  std::latch browsing(kBrowsers);
+  std::vector<std::string> errors(kBrowsers);
+  std::vector<int> rounds(kBrowsers);
+  std::vector<std::thread> browsers;
+  for (int b = 0; b < kBrowsers; ++b) {
+    browsers.emplace_back([&, b] {
+      browsing.count_down();
+      for (bool last = false; !last && errors[b].empty() && rounds[b] < kReaderRoundCap;
+           ++rounds[b]) {
+        last = done.load();
+        errors[b] = browseAll();
+      }
+    });
+  }
+  browsing.wait();
+  for (int round = 0; round < kChangeRounds; ++round) {
+    usePipe();
+    watch(1, share("share"));
+    dlnaAddFolder(at("extra").c_str());
+    sendEvent(1, kDlnaInDelete, "one.mp3");
+    sendEvent(1, kDlnaInCreate, "one.mp3");
+    sendEvent(1, kDlnaInMovedFrom | kDlnaInIsDir, "sub");
+    dlnaGetNotify(&g_tDlnaInfo);
+    dlnaDelFolder(at("share/sub").c_str());
+    sendEvent(1, kDlnaInQOverflow);
+    dlnaGetNotify(&g_tDlnaInfo);
+  }
+  done = true;
+  for (std::thread& t : browsers) t.join();
+
+  for (int b = 0; b < kBrowsers; ++b) {
+    EXPECT_EQ(errors[b], "");
+    EXPECT_GT(rounds[b], 1);
+  }
+  std::shared_lock lock(g_tDlnaInfo.lock);
+  EXPECT_EQ(checkTree(g_tDlnaInfo), "");
+  EXPECT_EQ(g_tDlnaInfo.musicCount, 2);  // the last rebuild: "extra" is not configured
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "content/metadata.h"
+#include "content/notify.h"
 #include "core/dms_main.h"
 #include "platform/ctype.h"
 #include "platform/log.h"
@@ -169,6 +170,7 @@ void scanDirectory(DlnaInfo* info, DlnaEntry* folder, const char* dirPath, DirCh
       chain.emplace_back(st.st_dev, st.st_ino);
       scanDirectory(info, sub, path.c_str(), chain);
       chain.pop_back();
+      dlnaAddNotify(info, path.c_str(), sub->id);
     } else {
       dlnaMetaAddFile(info, folder, path.c_str(), name, &st);
       sched_yield();
@@ -222,15 +224,23 @@ void dlnaBuildMetaLst(DlnaInfo* info) {
 }
 
 void dlnaAddSrc(DlnaInfo* info, const char* path, DlnaEntry* folderRoot) {
-  if (!info || !path || !folderRoot) return;
-  DlnaEntry* source;
+  _dlnaAddWatchedFolder(info, folderRoot, path, path);
+}
+
+void _dlnaAddWatchedFolder(DlnaInfo* info, DlnaEntry* parent, const char* title, const char* path) {
+  if (!info || !parent || !title || !path) return;
+  DlnaEntry* folder;
   {
     std::unique_lock lock(info->lock);
-    source = dlnaNewContainer(info, path, folderRoot, info->nextId, kDlnaContFolder);
-    if (!source) return;
-    dlnaAdd2Parents(info, folderRoot, source);
+    folder = dlnaNewContainer(info, title, parent, info->nextId, kDlnaContFolder);
   }
-  dlnaAdd2Container(info, source, path);
+  if (!folder) return;
+  dlnaAddNotify(info, path, folder->id);
+  {
+    std::unique_lock lock(info->lock);
+    dlnaAdd2Parents(info, parent, folder);
+  }
+  dlnaAdd2Container(info, folder, path);
 }
 
 void dlnaAdd2Container(DlnaInfo* info, DlnaEntry* folder, const char* dirPath) {

@@ -27,6 +27,10 @@ void dlnaBuildMetaLst(DlnaInfo* info);
 // Adds one shared directory (title = the path as given) under "Folder" and scans it.
 void dlnaAddSrc(DlnaInfo* info, const char* path, DlnaEntry* folderRoot);
 
+// Creates a folder container titled `title` under `parent`, watches `path`
+// for it, links it and scans `path` into it.
+void _dlnaAddWatchedFolder(DlnaInfo* info, DlnaEntry* parent, const char* title, const char* path);
+
 // Scans one directory into `folder`, depth first, in sorted name order.
 void dlnaAdd2Container(DlnaInfo* info, DlnaEntry* folder, const char* dirPath);
 

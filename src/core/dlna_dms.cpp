@@ -1,12 +1,15 @@
 // The server's start and stop sequences; see dlna_dms.h.
 #include "core/dlna_dms.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstring>
 
 #include "content/library.h"
 #include "content/metadata.h"
+#include "content/notify.h"
+#include "core/dms_signal.h"
 #include "platform/ctype.h"
 #include "platform/log.h"
 #include "platform/timer.h"
@@ -33,13 +36,13 @@ DlnaInfo g_tDlnaInfo;
 DmsSubsystems g_tDmsSubsystems = {
     .startProfiles = startProfiles,
     .stopProfiles = stopProfiles,
-    .openNotify = nullptr,
-    .closeNotify = nullptr,
+    .openNotify = [](DlnaInfo* info) { dlnaRegNotify(info); },
+    .closeNotify = dlnaUnregNotify,
     .startDevice = dlnaInitUpnp,
     .stopDevice = dlnaFinishUpnp,
     .buildLibrary = dlnaBuildMetaLst,
-    .folderRequest = nullptr,
-    .rescan = nullptr,
+    .folderRequest = [] { UsbSigHandler(SIGUSR1); },
+    .rescan = _dlnaExeRebuild,
 };
 
 void _dlnaInit(DlnaInfo* info) {

@@ -142,9 +142,10 @@ int signalLoop(const sigset_t& waited) {
         if (g_tDmsSubsystems.folderRequest) g_tDmsSubsystems.folderRequest();
         break;
       case SIGALRM:
-        DMS_LOG(kLogTrace, "periodic rescan");
-        if (g_tDmsSubsystems.rescan) g_tDmsSubsystems.rescan();
-        if (gtDmsCfg.dwTime != 0 && g_tDlnaInfo.state == kDmsRunning) alarm(gtDmsCfg.dwTime);
+        // The rescan arms the next one itself; only a running server with a
+        // rescan interval has one.
+        if (g_tDmsSubsystems.rescan && gtDmsCfg.dwTime != 0 && g_tDlnaInfo.state == kDmsRunning)
+          g_tDmsSubsystems.rescan();
         break;
       default:
         break;

@@ -18,6 +18,7 @@
 #include <upnp/upnptools.h>
 
 #include "platform/log.h"
+#include "stack/media_server.h"
 
 namespace {
 
@@ -161,6 +162,12 @@ std::string escapeBareAmpersands(const char* text, size_t length) {
   return out;
 }
 
+// Media go on the port after the UPnP port; 0 (and 65535, which has no next
+// port) lets the system choose.
+uint16_t mediaPort(uint16_t upnpPort) {
+  return upnpPort == 0 || upnpPort == 65535 ? 0 : static_cast<uint16_t>(upnpPort + 1);
+}
+
 // libupnp refuses loopback in UpnpInit2, so an interface that is missing or
 // is "lo" goes by address.
 int initStack() {
@@ -264,6 +271,9 @@ int UpnpDeviceStart2(int handle, int descType, const char* description, size_t l
     g_upnpHandle = upnpHandle;
     rc = UpnpSendAdvertisement(upnpHandle, g_device.maxAge);
   }
+  if (rc == UPNP_E_SUCCESS && g_device.files &&
+      MediaServerStart(UpnpGetServerIpAddress(), mediaPort(g_device.port), g_device.files) != 0)
+    rc = UPNP_E_SOCKET_BIND;
   if (rc != UPNP_E_SUCCESS) {
     DMS_LOG(kLogFailure, "cannot register the device: %s", UpnpGetErrorMessage(rc));
     UpnpDeviceStop(handle);
@@ -282,12 +292,21 @@ int UpnpDeviceGetServerAddress(char* ip, size_t ipSize, uint16_t* port) {
   return 0;
 }
 
+int UpnpDeviceGetMediaServerAddress(char* ip, size_t ipSize, uint16_t* port) {
+  if (!g_device.initialised || !ip || !port || MediaServerPort() == 0) return -1;
+  const char* served = UpnpGetServerIpAddress();
+  snprintf(ip, ipSize, "%s", served ? served : "");
+  *port = MediaServerPort();
+  return 0;
+}
+
 int UpnpDeviceStop(int handle) {
   if (handle != kDeviceHandle) return UPNP_E_INVALID_HANDLE;
   if (!g_device.initialised) return UPNP_E_FINISH;
   UpnpDevice_Handle upnpHandle = g_upnpHandle.exchange(-1);
   if (upnpHandle >= 0) UpnpUnRegisterRootDevice(upnpHandle);  // says byebye
   UpnpFinish();
+  MediaServerStop();
   g_device.initialised = false;
   return UPNP_E_SUCCESS;
 }

@@ -40,7 +40,8 @@ int UpnpDeviceSetServerSocketInfo(int handle, const char* ip, const char* ipv6Ll
 // Advertisement expiry in seconds and the number of times each message is sent.
 int UpnpDeviceSetAdPara(int handle, int maxAge, int repeat);
 
-// The callbacks that serve files under the virtual directory `dir` ("/web").
+// The callbacks that serve files under the virtual directory `dir` ("/web"):
+// the documents on the UPnP port, and every path on the media port.
 int UpnpDeviceSetVDirAndCallbacks(const char* dir, const DlnaVirtualDirCallbacks* callbacks);
 
 // Starts the stack, registers the description and advertises. descType 2: the
@@ -51,6 +52,10 @@ int UpnpDeviceStart2(int handle, int descType, const char* description, size_t l
 
 // The address and UPnP port actually served on, once started; 0 or -1.
 int UpnpDeviceGetServerAddress(char* ip, size_t ipSize, uint16_t* port);
+
+// The address and port of the media web server, which serves everything under
+// the virtual directory with sendfile and byte ranges; 0 or -1.
+int UpnpDeviceGetMediaServerAddress(char* ip, size_t ipSize, uint16_t* port);
 
 // Says goodbye on the network and stops the stack. 0 or negative.
 int UpnpDeviceStop(int handle);

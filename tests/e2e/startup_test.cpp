@@ -56,7 +56,7 @@ TEST(DaemonStart, SurvivesFolderRequestAndRescanSignals) {
   EXPECT_NE(dmsd.log().find("rescantime interval is 1s"), std::string::npos);
   dmsd.signal(SIGUSR1);
   // The alarm fires after a second and is re-armed: wait for two rescans.
-  EXPECT_TRUE(dmsd.waitForLog("periodic rescan", 5s, 2)) << dmsd.log();
+  EXPECT_TRUE(dmsd.waitForLog("_dlnaExeRebuild", 5s, 2)) << dmsd.log();
   EXPECT_TRUE(dmsd.running());
   EXPECT_EQ(dmsd.stop(), 0);
 }

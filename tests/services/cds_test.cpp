@@ -14,6 +14,7 @@
 
 #include "content/library.h"
 #include "content/metadata.h"
+#include "content/test_library.h"
 #include "core/dlna_dms.h"
 #include "fakes/action_request.h"
 #include "platform/ctype.h"
@@ -62,22 +63,14 @@ std::vector<DidlObject> parseDidl(const std::string& didl) {
 class Library : public testing::Test {
  protected:
   void SetUp() override {
-    ctypeInit(1, kCtypeDetect);
-    dlnaInitVarValue();
-    _dlnaInit(&g_tDlnaInfo);
-    g_tDlnaInfo.registry = dlnaMMInit();
-    dlnaSetExtCheck(g_tDlnaInfo.registry, 1);
-    dlnaRegMediaProfile(g_tDlnaInfo.registry);
+    testLibraryStart();
     strcpy(g_tDlnaInfo.ip, "192.0.2.7");
     g_tDlnaInfo.port = 50002;
     char tmpl[] = "/tmp/dmsd-cds-XXXXXX";
     root_ = mkdtemp(tmpl);
   }
   void TearDown() override {
-    dlnaFreeMetaLst(&g_tDlnaInfo);
-    dlnaMMUninit(g_tDlnaInfo.registry);
-    g_tDlnaInfo.registry = nullptr;
-    dlnaFreeVarValue();
+    testLibraryStop();
     fakeClearNotifications();
     fs::remove_all(root_);
   }
@@ -88,10 +81,7 @@ class Library : public testing::Test {
     fs::create_directories(to.parent_path());
     fs::copy_file(fs::path(DMSD_TEST_MEDIA) / fixture, to);
   }
-  void build(const std::string& contentList) {
-    snprintf(gtDmsCfg.szContentLst, sizeof gtDmsCfg.szContentLst, "%s", contentList.c_str());
-    dlnaBuildMetaLst(&g_tDlnaInfo);
-  }
+  void build(const std::string& contentList) { testLibraryBuild(contentList); }
 
   std::map<std::string, std::string> call(const char* action, const std::string& id,
                                           const std::string& extra, const std::string& filter,
@@ -137,7 +127,17 @@ TEST_F(Library, EmptyContentListGivesTheFifteenDefaultContainers) {
   auto music = children("0$1");
   ASSERT_EQ(music.size(), 5u);
   EXPECT_NE(music[1].xml.find("object.container.genre.musicGenre"), std::string::npos);
-  EXPECT_EQ(dlnaGetVarValue(kCdsServiceId, "SystemUpdateID").value_or(""), "1");
+  // The build counter lives as long as the process (other tests build too):
+  // each build publishes the next value.
+  auto updateId = [] {
+    return std::stoi(dlnaGetVarValue(kCdsServiceId, "SystemUpdateID").value_or("0"));
+  };
+  const int first = updateId();
+  EXPECT_GE(first, 1);
+  testLibraryStop();
+  testLibraryStart();
+  build("");
+  EXPECT_EQ(updateId(), first + 1);
 }
 
 TEST_F(Library, ScanFollowsTheNamingRules) {

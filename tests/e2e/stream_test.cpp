@@ -1,0 +1,303 @@
+// A renderer's view of the media web server: the daemon publishes a folder of
+// real media, and curl fetches what Browse points at, with byte ranges, HEAD,
+// the DLNA transport headers and thumbnails; raw sockets cover a request
+// without Host and a client that leaves mid-stream.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "e2e/daemon.h"
+#include "e2e/upnp_client.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kCdsType[] = "urn:schemas-upnp-org:service:ContentDirectory:1";
+constexpr char kMedia[] = "http://127.0.0.1:49153";
+constexpr size_t kBigPadding = 16 << 20;  // more than loopback buffers hold
+
+std::string readAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// One request by curl: status, headers and body.
+e2e::HttpResponse curl(const std::string& url, const e2e::Fields& headers = {},
+                       const char* method = "GET") {
+  char tmpl[] = "/tmp/dmsd-curl-XXXXXX";
+  const std::string dir = mkdtemp(tmpl);
+  const bool head = std::string(method) == "HEAD";
+  std::string command = "curl -s --max-time 10 -D " + dir + "/head -o " + dir + "/body";
+  command += head ? " -I" : " -X " + std::string(method);
+  for (const auto& [name, value] : headers) command += " -H '" + name + ": " + value + "'";
+  command += " '" + url + "'";
+  e2e::HttpResponse r;
+  r.raw = command;
+  if (system(command.c_str()) == 0) {
+    const std::string headers = readAll(dir + "/head");
+    std::istringstream lines(headers);
+    std::string line;
+    while (std::getline(lines, line)) {
+      if (!line.empty() && line.back() == '\r') line.pop_back();
+      size_t colon = line.find(':');
+      if (line.rfind("HTTP/", 0) == 0)
+        r.status = atoi(line.c_str() + line.find(' '));
+      else if (colon != std::string::npos)
+        r.headers.emplace_back(line.substr(0, colon),
+                               line.substr(line.find_first_not_of(' ', colon + 1)));
+    }
+    r.body = readAll(dir + "/body");
+    if (head) r.body.erase(0, headers.size());  // curl writes the headers there too
+  }
+  fs::remove_all(dir);
+  return r;
+}
+
+// Connects to the media port and sends `request`; the socket, or -1.
+int sendRaw(const std::string& request) {
+  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  timeval tv{5, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_port = htons(49153);
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+      send(fd, request.data(), request.size(), MSG_NOSIGNAL) < 0) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+// The status line of the answer to a raw request.
+std::string rawStatus(const std::string& request) {
+  int fd = sendRaw(request);
+  if (fd < 0) return "no connection";
+  char buf[256] = {};
+  ssize_t n = recv(fd, buf, sizeof buf - 1, 0);
+  close(fd);
+  std::string text(buf, n > 0 ? static_cast<size_t>(n) : 0);
+  return text.substr(0, text.find("\r\n"));
+}
+
+size_t openDescriptors(pid_t pid) {
+  size_t n = 0;
+  for ([[maybe_unused]] auto& entry :
+       fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd"))
+    ++n;
+  return n;
+}
+
+struct Item {
+  std::string url, protocolInfo;  // the first res
+};
+
+class Stream : public testing::Test {
+ protected:
+  void SetUp() override {
+    char tmpl[] = "/tmp/dmsd-stream-XXXXXX";
+    share_ = mkdtemp(tmpl);
+    const fs::path media = DMSD_TEST_MEDIA;
+    fs::copy_file(media / "mp3_apic.mp3", share_ + "/song.mp3");
+    fs::copy_file(media / "mp3_cbr_44k_128k_stereo.mp3", share_ + "/plain.mp3");
+    fs::copy_file(media / "jpeg_exif_thumb.jpg", share_ + "/photo.jpg");
+    fs::copy_file(media / "png_plain.png", share_ + "/picture.png");
+    fs::copy_file(media / "avi_mpeg4_mp3.avi", share_ + "/clip.avi");
+    std::ofstream(share_ + "/clip.avi", std::ios::app) << std::string(kBigPadding, '\0');
+    dmsd_.startWithConfig(
+        "Enable = 1\nPort = 49152\nRescanTime = 0\nIPAddress = 127.0.0.1\n"
+        "Interface = lo\nDmsName = T\nContentList = " +
+            share_ + "\n",
+        {"--data-dir", DMSD_DATA_DIR});
+    ASSERT_TRUE(dmsd_.waitForLog("music:2; photo:2; video:1"));
+    for (const char* view : {"0$1$10", "0$2$20", "0$3$30"}) browseItems(view);
+    for (const char* name : {"song", "plain", "photo", "picture", "clip"}) {
+      for (const auto& entry : fs::directory_iterator(share_))
+        if (entry.path().stem() == name) items_[name] = bySize_[std::to_string(entry.file_size())];
+    }
+  }
+  void TearDown() override {
+    dmsd_.stop();
+    fs::remove_all(share_);
+  }
+
+  // Records the first res of every item of a view by its size, which tells the
+  // files apart (titles come from tags).
+  void browseItems(const std::string& id) {
+    e2e::SoapResult r =
+        e2e::soapAction("http://127.0.0.1:49152/web/cds_control", kCdsType, "Browse",
+                        {{"ObjectID", id},
+                         {"BrowseFlag", "BrowseDirectChildren"},
+                         {"Filter", "*"},
+                         {"StartingIndex", "0"},
+                         {"RequestedCount", "0"},
+                         {"SortCriteria", ""}});
+    ASSERT_TRUE(r.ok()) << r.http.raw;
+    auto didl = e2e::parseXml(e2e::findField(r.out, "Result").value_or(""));
+    ASSERT_TRUE(didl);
+    for (const e2e::Xml& item : didl->children) {
+      const e2e::Xml* res = item.child("res");
+      ASSERT_TRUE(res);
+      bySize_[e2e::findField(res->attributes, "size").value_or("")] = {
+          res->text, e2e::findField(res->attributes, "protocolInfo").value_or("")};
+    }
+  }
+  // "/<id>" of an item.
+  std::string idPath(const std::string& title) {
+    const std::string& url = items_[title].url;
+    std::string last = url.substr(url.rfind('/'));
+    return last.substr(0, last.find('.'));
+  }
+
+  std::string share_;
+  DmsdProcess dmsd_;
+  std::map<std::string, Item> bySize_;
+  std::map<std::string, Item> items_;  // by file name without extension
+};
+
+TEST_F(Stream, EveryUrlFormServesTheSameBytes) {
+  const std::string song = readAll(share_ + "/song.mp3");
+  ASSERT_EQ(items_["song"].url.rfind(std::string(kMedia) + "/web/", 0), 0u) << items_["song"].url;
+  for (const std::string& url : {items_["song"].url, kMedia + ("/web" + idPath("song")),
+                                 kMedia + ("/anything" + idPath("song") + ".avi")}) {
+    e2e::HttpResponse r = curl(url);
+    EXPECT_EQ(r.status, 200) << url;
+    EXPECT_TRUE(r.body == song) << url << " gave " << r.body.size() << " bytes";
+    EXPECT_EQ(r.header("Content-Type").value_or(""), "audio/mpeg");
+  }
+  e2e::HttpResponse head = curl(items_["song"].url, {}, "HEAD");
+  EXPECT_EQ(head.status, 200);
+  EXPECT_EQ(head.header("Content-Length").value_or(""), std::to_string(song.size()));
+  EXPECT_TRUE(head.body.empty());
+
+  e2e::HttpResponse index = curl(std::string(kMedia) + "/web/index.html");
+  EXPECT_EQ(index.body, "  ");
+  EXPECT_EQ(index.header("Content-Type").value_or(""), "text/html");
+}
+
+TEST_F(Stream, RangesAndTransportHeaders) {
+  const std::string clip = readAll(share_ + "/clip.avi");
+  const std::string size = std::to_string(clip.size());
+  const std::string video = items_["clip"].url, jpeg = items_["photo"].url;
+  const std::string mp3 = items_["song"].url;
+  struct Case {
+    std::string url, name, value;
+    int status;
+    int64_t first = 0, count = 0;  // of the clip, for a 206
+  } cases[] = {
+      {video, "Range", "bytes=0-99", 206, 0, 100},
+      {video, "RANGE", "bytes=100-199/1000", 206, 100, 100},
+      {video, "Range", "bytes=0-99/*", 206, 0, 100},
+      {video, "Range", "bytes=-10", 206, static_cast<int64_t>(clip.size()) - 10, 10},
+      {video, "Range", "bytes=a-5", 400},
+      {video, "Range", "bytes 0-5", 400},
+      {jpeg, "Range", "bytes=0-99", 406},
+      {video, "Range", "bytes=" + size + "-", 416},
+      {video, "transferMode.dlna.org", "Streaming", 200},
+      {jpeg, "transferMode.dlna.org", "Streaming", 406},
+      {jpeg, "transferMode.dlna.org", "Interactive", 200},
+      {mp3, "transferMode.dlna.org", "Interactive", 406},
+      {mp3, "getcontentFeatures.dlna.org", "0", 400},
+      {video, "TimeSeekRange.dlna.org", "npt=10-", 200},
+      {video, "PlaySpeed.dlna.org", "speed=2", 200},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name + ": " + c.value + " on " + c.url);
+    e2e::HttpResponse r = curl(c.url, {{c.name, c.value}});
+    EXPECT_EQ(r.status, c.status);
+    if (c.status >= 400) {
+      EXPECT_TRUE(r.body.empty());
+    }
+    if (c.status == 416) {
+      EXPECT_EQ(r.header("Content-Range").value_or(""), "bytes */" + size);
+    }
+    if (c.status == 206) {
+      EXPECT_TRUE(r.body ==
+                  clip.substr(static_cast<size_t>(c.first), static_cast<size_t>(c.count)));
+      EXPECT_EQ(r.header("Content-Range").value_or(""), "bytes " + std::to_string(c.first) + "-" +
+                                                            std::to_string(c.first + c.count - 1) +
+                                                            "/" + size);
+    }
+    if (c.status == 200 && c.name == "transferMode.dlna.org") {
+      EXPECT_EQ(r.header("transferMode.dlna.org").value_or(""), c.value);
+    }
+  }
+  e2e::HttpResponse features = curl(mp3, {{"getcontentFeatures.dlna.org", "1"}});
+  EXPECT_EQ(features.status, 200);
+  const std::string& protocol = items_["song"].protocolInfo;
+  EXPECT_EQ(features.header("contentFeatures.dlna.org").value_or(""),
+            protocol.substr(protocol.rfind(':') + 1));
+}
+
+TEST_F(Stream, ThumbnailsFromTheFileOrTheDefaults) {
+  const std::string photo = readAll(share_ + "/photo.jpg");
+  e2e::HttpResponse exif = curl(std::string(kMedia) + "/web/tn/image" + idPath("photo"));
+  EXPECT_EQ(exif.status, 200);
+  EXPECT_EQ(exif.header("Content-Type").value_or(""), "image/jpeg");
+  // The EXIF thumbnail: a whole JPEG cut out of the picture.
+  ASSERT_GT(exif.body.size(), 4u);
+  EXPECT_LT(exif.body.size(), photo.size() / 2);
+  EXPECT_EQ(exif.body.substr(0, 2), "\xFF\xD8");
+  EXPECT_NE(photo.find(exif.body), std::string::npos);
+
+  e2e::HttpResponse apic = curl(std::string(kMedia) + "/web/tn/music" + idPath("song"));
+  EXPECT_EQ(apic.status, 200);
+  ASSERT_GT(apic.body.size(), 8u);
+  EXPECT_NE(readAll(share_ + "/song.mp3").find(apic.body), std::string::npos);
+
+  const std::string data = DMSD_DATA_DIR;
+  struct Case {
+    std::string path, file;
+  } defaults[] = {
+      {"/web/tn/music" + idPath("plain"), "audio.jpg"},
+      {"/web/tn/image" + idPath("picture"), "image.jpg"},
+      {"/web/tn/video" + idPath("clip"), "video.jpg"},
+  };
+  for (const Case& c : defaults) {
+    e2e::HttpResponse r = curl(kMedia + c.path);
+    EXPECT_EQ(r.status, 200) << c.path;
+    EXPECT_TRUE(r.body == readAll(data + "/" + c.file)) << c.path;
+  }
+}
+
+TEST_F(Stream, RefusalsAndVanishedFiles) {
+  EXPECT_EQ(rawStatus("GET /web/index.html HTTP/1.0\r\n\r\n"), "HTTP/1.1 400 Bad Request");
+  EXPECT_EQ(rawStatus("GET /web/index.html HTTP/1.1\r\nConnection: close\r\n\r\n"),
+            "HTTP/1.1 400 Bad Request");
+  EXPECT_EQ(rawStatus("GET /web/index.html HTTP/1.0\r\nHost: x\r\n\r\n"), "HTTP/1.1 200 OK");
+  fs::remove(share_ + "/plain.mp3");
+  EXPECT_EQ(curl(items_["plain"].url).status, 404);
+  EXPECT_EQ(curl(std::string(kMedia) + "/web/99999.mp3").status, 404);
+}
+
+TEST_F(Stream, ClientLeavingMidStreamLeavesNoDescriptorOpen) {
+  // Let the first request open its lazily made descriptors (epoll, logs).
+  ASSERT_EQ(curl(items_["song"].url).status, 200);
+  const size_t before = openDescriptors(dmsd_.pid());
+  int fd = sendRaw("GET " + items_["clip"].url.substr(strlen(kMedia)) +
+                   " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+  ASSERT_GE(fd, 0);
+  char buf[65536];
+  ASSERT_GT(recv(fd, buf, sizeof buf, MSG_WAITALL), 0);
+  EXPECT_GT(openDescriptors(dmsd_.pid()), before);  // the socket and the file
+  close(fd);
+  size_t after = 0;
+  for (int i = 0; i < 500 && (after = openDescriptors(dmsd_.pid())) != before; ++i) usleep(10000);
+  EXPECT_EQ(after, before);
+}
+
+}  // namespace
