@@ -228,3 +228,92 @@ TEST_F(ConcurrencyLibrary, BrowseStaysConsistentWhileFoldersChangeAndTheTreeIsRe
 }
 
 }  // namespace
+
+// Browse and Search while the first build scans: the scan links one object at
+// a time under the lock, so every answer is a whole snapshot and the library
+// only grows.
+namespace {
+
+constexpr int kScanFolders = 6;
+constexpr int kScanFilesPerFolder = 8;
+
+std::string cdsArgs(const std::string& id, const char* flag, const std::string& extra) {
+  return "<ObjectID>" + id + "</ObjectID>" + flag + extra +
+         "<Filter>*</Filter><StartingIndex>0</StartingIndex><RequestedCount>0</RequestedCount>"
+         "<SortCriteria></SortCriteria>";
+}
+
+// Counts of all music (Browse) and of audio items found by Search; -1 before
+// the containers exist. "" or what went wrong.
+std::string lookDuringScan(int* music, int* found) {
+  auto browse =
+      runAction(makeRequest(kCdsServiceId, "Browse",
+                            cdsArgs("0$1$10", "<BrowseFlag>BrowseDirectChildren</BrowseFlag>", ""))
+                    .get());
+  auto search = runAction(
+      makeRequest(
+          kCdsServiceId, "Search",
+          cdsArgs(
+              "0", "",
+              "<SearchCriteria>upnp:class derivedfrom \"object.item.audioItem\"</SearchCriteria>"))
+          .get());
+  const bool browsed = !browse.empty();
+  *music = browsed ? std::stoi(browse["NumberReturned"]) : -1;
+  *found = search.empty() ? -1 : std::stoi(search["NumberReturned"]);
+  if (!browsed) return "";
+  if (browse["NumberReturned"] != browse["TotalMatches"])
+    return "Browse of all music is not one snapshot";
+  size_t items = 0;
+  for (size_t at = 0; (at = browse["Result"].find("<item ", at)) != std::string::npos; ++at)
+    ++items;
+  if (items != static_cast<size_t>(*music))
+    return "Browse returned " + std::to_string(items) + " items, said " + browse["NumberReturned"];
+  return "";
+}
+
+class ConcurrencyScan : public LiveLibrary {};
+
+TEST_F(ConcurrencyScan, BrowseAndSearchSeeWholeSnapshotsDuringTheFirstScan) {
+  for (int f = 0; f < kScanFolders; ++f)
+    for (int i = 0; i < kScanFilesPerFolder; ++i)
+      put("share/d" + std::to_string(f) + "/s" + std::to_string(i) + ".mp3", kTestSong);
+
+  std::atomic<bool> done{false};
+  std::latch looking(kBrowsers);
+  std::vector<std::string> errors(kBrowsers);
+  std::vector<int> partial(kBrowsers);
+  std::vector<std::thread> browsers;
+  for (int b = 0; b < kBrowsers; ++b) {
+    browsers.emplace_back([&, b] {
+      looking.count_down();
+      int lastMusic = -1;
+      int lastFound = -1;
+      for (int round = 0; errors[b].empty() && round < kReaderRoundCap; ++round) {
+        const bool last = done.load();
+        int music = 0, found = 0;
+        errors[b] = lookDuringScan(&music, &found);
+        if (music < lastMusic || found < lastFound) errors[b] = "the library shrank during a scan";
+        if (music > 0 && music < kScanFolders * kScanFilesPerFolder) ++partial[b];
+        lastMusic = music;
+        lastFound = found;
+        if (last) break;
+      }
+    });
+  }
+  looking.wait();
+  g_tDlnaInfo.built = 1;  // as the server start sets it before the first build
+  build({"share"});
+  done = true;
+  for (std::thread& t : browsers) t.join();
+
+  for (int b = 0; b < kBrowsers; ++b) {
+    EXPECT_EQ(errors[b], "") << "browser " << b;
+    RecordProperty("partial" + std::to_string(b), partial[b]);
+  }
+  int music = 0, found = 0;
+  EXPECT_EQ(lookDuringScan(&music, &found), "");
+  EXPECT_EQ(music, kScanFolders * kScanFilesPerFolder);
+  EXPECT_EQ(found, music);
+}
+
+}  // namespace

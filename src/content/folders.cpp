@@ -40,7 +40,7 @@ bool isSharedDirectory(const DlnaEntry* entry) {
 }
 
 // The parts of the record a rebuild replaces. Both records are built by then,
-// so the built flag, which Browse reads without the lock, is left as it is.
+// so the built flag is left as it is.
 void swapTree(DlnaInfo& a, DlnaInfo& b) {
   std::swap(a.root, b.root);
   std::swap(a.index, b.index);

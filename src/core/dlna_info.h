@@ -3,6 +3,7 @@
 // the object store documents which calls take it.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -25,7 +26,7 @@ inline constexpr int32_t kDmsStarting = 2;
 inline constexpr int32_t kDmsStopping = 3;
 
 struct DlnaInfo {
-  int32_t built = 0;
+  std::atomic<int32_t> built{0};  // read by Browse and Search without the lock
   int32_t state = kDmsIdle;
   int32_t nextId = kDlnaFirstId;
   uint32_t systemUpdateId = 0;
