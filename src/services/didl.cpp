@@ -16,6 +16,11 @@ namespace {
 
 constexpr char kNonDlna[] = "NON-DLNA";
 constexpr char kWebRoot[] = "/web";
+// Flags 0x00f00000 as eight hex digits, then 24 zero digits.
+constexpr char kThumbnailProtocol[] =
+    "http-get:*:image/jpeg:DLNA.ORG_PN=JPEG_TN; DLNA.ORG_FLAGS=00f00000000000000000000000000000";
+// The plain protocolInfo is cut to the length of its fixed buffer.
+constexpr size_t kMaxProtocolText = 255;
 
 struct UbFree {
   void operator()(void* p) const { RetUB(p); }
@@ -83,29 +88,50 @@ void addGroupTag(TextBuffer* buffer, const char* filter, const char* tag, uint16
 
 void addResolution(TextBuffer* buffer, const DlnaItemMedia& media, const char* filter) {
   if ((media.mediaClass == kDlnaClassVideo || media.mediaClass == kDlnaClassImage) &&
-      wanted(filter, "@resolution"))
-    buffer->appendf(" %s=\"%dx%d\"", "resolution", media.width, media.height);
+      wanted(filter, "@resolution")) {
+    buffer->append(" resolution=\"");
+    buffer->appendNumber(media.width);
+    buffer->append("x");
+    buffer->appendNumber(media.height);
+    buffer->append("\"");
+  }
 }
 
 void addSize(TextBuffer* buffer, const DlnaItemMedia& media, const char* filter) {
-  if (wanted(filter, "@size"))
-    buffer->appendf(" %s=\"%lld\"", "size", static_cast<long long>(media.fileSize));
+  if (wanted(filter, "@size")) {
+    buffer->append(" size=\"");
+    buffer->appendNumber(static_cast<long long>(media.fileSize));
+    buffer->append("\"");
+  }
 }
 
 void addDuration(TextBuffer* buffer, const DlnaItemMedia& media, const char* filter) {
   if (wanted(filter, "@duration")) _dlnaDidlAddParam(buffer, "duration", media.duration.c_str());
 }
 
+// ">http://address:port/web", where every res URL begins.
+void appendServerUrl(TextBuffer* buffer) {
+  buffer->append(">http://");
+  buffer->append(g_tDlnaInfo.ip);
+  buffer->append(":");
+  buffer->appendNumber(g_tDlnaInfo.port);
+  buffer->append(kWebRoot);
+}
+
 // The closing part of a res element: the URL of the item's bytes.
 void closeRes(TextBuffer* buffer, const char* urlPath, const std::string& fileName) {
-  buffer->appendf(">http://%s:%d%s/%s/%s</%s>", g_tDlnaInfo.ip, g_tDlnaInfo.port, kWebRoot, urlPath,
-                  fileName.c_str(), "res");
+  appendServerUrl(buffer);
+  buffer->append("/");
+  buffer->append(urlPath);
+  buffer->append("/");
+  buffer->append(fileName);
+  buffer->append("</res>");
 }
 
 void addProfiledRes(TextBuffer* buffer, const DlnaEntry& entry, const char* filter) {
   const DlnaItemMedia& media = *entry.media;
   const std::string protocol = dlnaWriteProtocolInfo(1, 1, &entry);
-  buffer->appendf("<%s", "res");
+  buffer->append("<res");
   _dlnaDidlAddParam(buffer, "protocolInfo", protocol.c_str());
   addResolution(buffer, media, filter);
   if (media.mediaClass == kDlnaClassImage) {
@@ -124,7 +150,7 @@ void addProfiledRes(TextBuffer* buffer, const DlnaEntry& entry, const char* filt
 void addPlainRes(TextBuffer* buffer, const DlnaEntry& entry, const char* protocol,
                  const char* filter) {
   const DlnaItemMedia& media = *entry.media;
-  buffer->appendf("<%s", "res");
+  buffer->append("<res");
   _dlnaDidlAddParam(buffer, "protocolInfo", protocol);
   addResolution(buffer, media, filter);
   addSize(buffer, media, filter);
@@ -135,7 +161,7 @@ void addPlainRes(TextBuffer* buffer, const DlnaEntry& entry, const char* protoco
 void addAviAlias(TextBuffer* buffer, const DlnaEntry& entry, const char* protocol,
                  const char* filter) {
   const DlnaItemMedia& media = *entry.media;
-  buffer->appendf("<%s", "res");
+  buffer->append("<res");
   _dlnaDidlAddParam(buffer, "protocolInfo", protocol);
   addSize(buffer, media, filter);
   if (media.mediaClass != kDlnaClassImage) addDuration(buffer, media, filter);
@@ -148,18 +174,16 @@ void addResElements(TextBuffer* buffer, const DlnaEntry& entry, const char* filt
   if (profiled) addProfiledRes(buffer, entry, filter);
 
   if (contains(media.mime, "audio/L16")) {
-    buffer->appendf("<%s", "res");
+    buffer->append("<res");
     _dlnaDidlAddParam(buffer, "protocolInfo", "http-get:*:audio/x-wav:*");
     addSize(buffer, media, filter);
     addDuration(buffer, media, filter);
     closeRes(buffer, kNonDlna, entry.urlName);
   } else {
-    char protocol[256];
-    const char* format = contains(media.mime, "video/x-msvideo") || contains(media.mime, "video")
-                             ? "http-get:*:%s:DLNA.ORG_OP=01"
-                             : "http-get:*:%s:*";
-    snprintf(protocol, sizeof(protocol), format, media.mime.c_str());
-    addPlainRes(buffer, entry, protocol, filter);
+    const bool video = contains(media.mime, "video/x-msvideo") || contains(media.mime, "video");
+    std::string protocol = "http-get:*:" + media.mime + (video ? ":DLNA.ORG_OP=01" : ":*");
+    if (protocol.size() > kMaxProtocolText) protocol.resize(kMaxProtocolText);
+    addPlainRes(buffer, entry, protocol.c_str(), filter);
   }
 
   if (contains(media.mime, "video/x-msvideo")) {
@@ -171,15 +195,12 @@ void addResElements(TextBuffer* buffer, const DlnaEntry& entry, const char* filt
   if (visual && profiled && !contains(media.mime, "image/gif") &&
       !contains(media.mime, "image/png") && !contains(media.mime, "image/tiff") &&
       !contains(media.mime, "image/bmp") && contains(media.mime, "image/jpeg")) {
-    char protocol[256];
-    snprintf(protocol, sizeof(protocol),
-             "http-get:*:image/jpeg:DLNA.ORG_PN=JPEG_TN; DLNA.ORG_FLAGS=%.8x%.24x", 0x00f00000U,
-             0U);
-    buffer->appendf("<%s", "res");
-    _dlnaDidlAddParam(buffer, "protocolInfo", protocol);
-    buffer->appendf(">http://%s:%d%s%s%d</%s>", g_tDlnaInfo.ip, g_tDlnaInfo.port, kWebRoot,
-                    media.mediaClass == kDlnaClassImage ? "/tn/image/" : "/tn/video/", entry.id,
-                    "res");
+    buffer->append("<res");
+    _dlnaDidlAddParam(buffer, "protocolInfo", kThumbnailProtocol);
+    appendServerUrl(buffer);
+    buffer->append(media.mediaClass == kDlnaClassImage ? "/tn/image/" : "/tn/video/");
+    buffer->appendNumber(entry.id);
+    buffer->append("</res>");
   }
 }
 
@@ -211,13 +232,31 @@ bool TextBuffer::appendf(const char* fmt, ...) {
 }
 
 bool TextBuffer::append(const char* text) {
-  if (!text) return false;
+  return text && append(std::string_view(text));
+}
+
+bool TextBuffer::append(std::string_view text) {
   try {
     text_.append(text);
     return true;
   } catch (const std::bad_alloc&) {
     return false;
   }
+}
+
+bool TextBuffer::appendNumber(long long value, int width) {
+  char digits[24];
+  int n = 0;
+  unsigned long long magnitude = value < 0 ? 0ULL - static_cast<unsigned long long>(value)
+                                           : static_cast<unsigned long long>(value);
+  do {
+    digits[sizeof(digits) - 1 - n++] = static_cast<char>('0' + magnitude % 10);
+    magnitude /= 10;
+  } while (magnitude > 0);
+  while (n < width && n < static_cast<int>(sizeof(digits)) - 1)
+    digits[sizeof(digits) - 1 - n++] = '0';
+  if (value < 0) digits[sizeof(digits) - 1 - n++] = '-';
+  return append(std::string_view(digits + sizeof(digits) - n, static_cast<size_t>(n)));
 }
 
 void _dlnaDidlAddHeader(TextBuffer* buffer) {
@@ -230,17 +269,28 @@ void _dlnaDidlAddHeader(TextBuffer* buffer) {
 }
 
 void _dlnaDidlAddFooter(TextBuffer* buffer) {
-  if (buffer) buffer->appendf("</%s>", "DIDL-Lite");
+  if (buffer) buffer->append("</DIDL-Lite>");
 }
 
 void _dlnaDidlAddParam(TextBuffer* buffer, const char* name, const char* value) {
-  if (buffer && name && value) buffer->appendf(" %s=\"%s\"", name, value);
+  if (!buffer || !name || !value) return;
+  buffer->append(" ");
+  buffer->append(name);
+  buffer->append("=\"");
+  buffer->append(value);
+  buffer->append("\"");
 }
 
 void _dlnaDidlAddTag(TextBuffer* buffer, const char* name, const char* value) {
   if (!buffer || !name || !value) return;
   UbText escaped(dlnaConvXml(value));  // null: nothing to escape
-  buffer->appendf("<%s>%s</%s>", name, escaped ? escaped.get() : value, name);
+  buffer->append("<");
+  buffer->append(name);
+  buffer->append(">");
+  buffer->append(escaped ? escaped.get() : value);
+  buffer->append("</");
+  buffer->append(name);
+  buffer->append(">");
 }
 
 int _dlnaFilterHasVal(const char* filter, const char* name) {
@@ -277,24 +327,27 @@ void _dlnaDidlAddContainer(TextBuffer* buffer, DlnaEntry* entry, const char* id,
                            const char* filter) {
   if (!buffer || !entry || !id) return;
   const int32_t type = entry->children ? entry->children->type : kDlnaContPlain;
-  buffer->appendf("<%s", "container");
+  buffer->append("<container");
   _dlnaDidlAddParam(buffer, "id", id);
   addParentId(buffer, id);
   _dlnaDidlAddParam(buffer, "restricted", "1");
-  if (wanted(filter, "@childCount"))
-    buffer->appendf(" %s=\"%lld\"", "childCount", static_cast<long long>(entry->childCount));
+  if (wanted(filter, "@childCount")) {
+    buffer->append(" childCount=\"");
+    buffer->appendNumber(entry->childCount);
+    buffer->append("\"");
+  }
   if (wanted(filter, "@searchable")) _dlnaDidlAddParam(buffer, "searchable", "1");
   buffer->append(">");
   const std::string title = type == kDlnaContFolder ? displayName(entry->title) : entry->title;
   _dlnaDidlAddTag(buffer, "dc:title", title.c_str());
   _dlnaDidlAddTag(buffer, "upnp:class", containerClass(type));
-  buffer->appendf("</%s>", "container");
+  buffer->append("</container>");
 }
 
 void _dlnaDidlAddItem(TextBuffer* buffer, DlnaEntry* entry, const char* id, const char* filter) {
   if (!buffer || !entry || !entry->media || !id) return;
   const DlnaItemMedia& media = *entry->media;
-  buffer->appendf("<%s", "item");
+  buffer->append("<item");
   _dlnaDidlAddParam(buffer, "id", id);
   addParentId(buffer, id);
   _dlnaDidlAddParam(buffer, "restricted", "0");
@@ -307,11 +360,19 @@ void _dlnaDidlAddItem(TextBuffer* buffer, DlnaEntry* entry, const char* id, cons
     // in the record: writers of Browse share the tree under a read lock.
     const int month = media.month < 1 || media.month > 12 ? 1 : media.month;
     const int day = media.day < 1 || media.day > 31 ? 1 : media.day;
-    buffer->appendf("<%s>%d-%02d-%02d</%s>", "dc:date", media.year, month, day, "dc:date");
+    buffer->append("<dc:date>");
+    buffer->appendNumber(media.year);
+    buffer->append("-");
+    buffer->appendNumber(month, 2);
+    buffer->append("-");
+    buffer->appendNumber(day, 2);
+    buffer->append("</dc:date>");
   }
-  if (wanted(filter, "upnp:originalTrackNumber"))
-    buffer->appendf("<%s>%d</%s>", "upnp:originalTrackNumber", media.track,
-                    "upnp:originalTrackNumber");
+  if (wanted(filter, "upnp:originalTrackNumber")) {
+    buffer->append("<upnp:originalTrackNumber>");
+    buffer->appendNumber(media.track);
+    buffer->append("</upnp:originalTrackNumber>");
+  }
   switch (media.mediaClass) {
     case kDlnaClassAudio:
       addGroupTag(buffer, filter, "upnp:genre", media.genreId);
@@ -331,5 +392,5 @@ void _dlnaDidlAddItem(TextBuffer* buffer, DlnaEntry* entry, const char* id, cons
       break;
   }
   if (wanted(filter, "res")) addResElements(buffer, *entry, filter);
-  buffer->appendf("</%s>", "item");
+  buffer->append("</item>");
 }

@@ -6,15 +6,20 @@
 #include <cstdarg>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 struct DlnaEntry;
 
-// A growable text; appends that fail leave it as it was.
+// A growable text; appends that fail leave it as it was. A Browse page is
+// written in a few thousand pieces, so the plain appends avoid formatting.
 class TextBuffer {
  public:
   // Appends printf-style; false when formatting or memory fails.
   bool appendf(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
   bool append(const char* text);
+  bool append(std::string_view text);
+  // The decimal text of `value`, zero-padded to at least `width` digits.
+  bool appendNumber(long long value, int width = 1);
   const std::string& str() const { return text_; }
   const char* c_str() const { return text_.c_str(); }
   size_t size() const { return text_.size(); }

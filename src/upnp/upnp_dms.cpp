@@ -191,6 +191,8 @@ const XmlConvEntry g_tXmlConv[] = {
     {0, nullptr},
 };
 // clang-format on
+// The characters of g_tXmlConv, for a quick scan.
+constexpr char kXmlConvChars[] = "\"&'<>\n\r\t";
 
 std::atomic<uint32_t> g_CdsDesLen{0};
 
@@ -459,6 +461,8 @@ int registerAndStart(DlnaInfo* info, const DmsCfg* config, const char* name, con
 
 char* dlnaConvXml(const char* text) {
   if (!text) return nullptr;
+  // Most titles need nothing: find that out with one scan for the table's characters.
+  if (text[strcspn(text, kXmlConvChars)] == '\0') return nullptr;
   size_t extra = 0;
   size_t length = 0;
   for (; text[length]; ++length)

@@ -31,6 +31,10 @@ TEST(UpnpDmsEscape, TextWithNothingToEscapeIsUsedAsItIs) {
                "M\xc3\xbcller \xe2\x98\x83 &amp; co");
   for (const char* text : {"M\xc3\xbcller \xe2\x98\x83", "", static_cast<const char*>(nullptr)})
     EXPECT_EQ(dlnaConvXml(text), nullptr);
+  for (const XmlConvEntry* row = g_tXmlConv; row->entity; ++row) {
+    const char text[] = {'a', static_cast<char>(row->ch), '\0'};
+    EXPECT_STREQ(UbText(dlnaConvXml(text)).get(), (std::string("a") + row->entity).c_str());
+  }
 }
 
 // Two blanks per level above one, cut at the buffer's size.
