@@ -21,6 +21,11 @@ extern char** environ;
 
 namespace {
 
+std::string& binary() {
+  static std::string path = DMSD_BINARY;
+  return path;
+}
+
 std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::ostringstream text;
@@ -67,10 +72,14 @@ std::string DmsdProcess::writeFile(const std::string& name, const std::string& t
   return path;
 }
 
+void DmsdProcess::useBinary(std::string path) {
+  binary() = std::move(path);
+}
+
 void DmsdProcess::start(const std::vector<std::string>& args) {
   if (pid_ > 0) throw std::logic_error("daemon already started");
   args_ = args;
-  std::vector<std::string> all = {DMSD_BINARY};
+  std::vector<std::string> all = {binary()};
   all.insert(all.end(), args.begin(), args.end());
   std::vector<char*> argv;
   for (auto& a : all) argv.push_back(a.data());

@@ -26,6 +26,10 @@ class DmsdProcess {
   // Writes `text` to a file in dir() and returns its path.
   std::string writeFile(const std::string& name, const std::string& text) const;
 
+  // The binary start() runs from now on: the build's own dmsd unless a caller
+  // (a benchmark measuring another build) names another. Not thread-safe.
+  static void useBinary(std::string path);
+
   // Starts dmsd with exactly these arguments.
   void start(const std::vector<std::string>& args);
 

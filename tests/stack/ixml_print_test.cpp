@@ -1,0 +1,193 @@
+// Our XML printers against libixml's own, reached past ours with RTLD_NEXT:
+// every node of every document must print the same, and libupnp must bind to
+// ours.
+#include "stack/ixml_print.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <upnp/upnp.h>
+#include <upnp/upnptools.h>
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/alloc.h"
+#include "upnp/upnp_dms.h"
+
+namespace {
+
+using PrintNodeFn = DOMString (*)(IXML_Node*);
+using PrintDocumentFn = DOMString (*)(IXML_Document*);
+using Printed = std::optional<std::string>;
+
+PrintNodeFn LibixmlPrintNode() {
+  return reinterpret_cast<PrintNodeFn>(dlsym(RTLD_NEXT, "ixmlPrintNode"));
+}
+PrintDocumentFn LibixmlPrintDocument() {
+  return reinterpret_cast<PrintDocumentFn>(dlsym(RTLD_NEXT, "ixmlPrintDocument"));
+}
+
+Printed Take(DOMString text) {
+  if (!text) return std::nullopt;
+  std::string copy = text;
+  ixmlFreeDOMString(text);
+  return copy;
+}
+
+// The node, its attributes and everything below it, in document order.
+void Collect(IXML_Node* node, std::vector<IXML_Node*>& nodes) {
+  for (; node; node = ixmlNode_getNextSibling(node)) {
+    nodes.push_back(node);
+    Collect(node->firstAttr, nodes);
+    Collect(ixmlNode_getFirstChild(node), nodes);
+  }
+}
+
+// Equal texts, or a failure showing where they part (the texts can be long).
+testing::AssertionResult Same(const Printed& ours, const Printed& theirs) {
+  if (ours == theirs) return testing::AssertionSuccess();
+  if (!ours || !theirs)
+    return testing::AssertionFailure() << (ours ? "libixml" : "ours") << " printed null";
+  size_t at = std::mismatch(ours->begin(), ours->end(), theirs->begin(), theirs->end()).first -
+              ours->begin();
+  size_t from = at < 40 ? 0 : at - 40;
+  return testing::AssertionFailure()
+         << "differ at byte " << at << " of " << ours->size() << "/" << theirs->size()
+         << ":\n ours:    " << testing::PrintToString(ours->substr(from, 80))
+         << "\n libixml: " << testing::PrintToString(theirs->substr(from, 80));
+}
+
+void ExpectSameAsLibixml(IXML_Document* doc) {
+  ASSERT_TRUE(doc);
+  EXPECT_TRUE(Same(Take(ixmlPrintDocument(doc)), Take(LibixmlPrintDocument()(doc))));
+  std::vector<IXML_Node*> nodes;
+  Collect(&doc->n, nodes);
+  for (IXML_Node* node : nodes)
+    EXPECT_TRUE(Same(Take(ixmlPrintNode(node)), Take(LibixmlPrintNode()(node))))
+        << "node " << ixmlNode_getNodeName(node);
+}
+
+void ExpectSameAsLibixml(const std::string& xml) {
+  IXML_Document* doc = ixmlParseBuffer(xml.c_str());
+  ASSERT_TRUE(doc) << xml;
+  ExpectSameAsLibixml(doc);
+  ixmlDocument_free(doc);
+}
+
+TEST(IxmlPrint, LibupnpBindsToOurPrinters) {
+  ASSERT_TRUE(LibixmlPrintNode());
+  ASSERT_TRUE(LibixmlPrintDocument());
+  EXPECT_EQ(dlsym(RTLD_DEFAULT, "ixmlPrintNode"), reinterpret_cast<void*>(&ixmlPrintNode));
+  EXPECT_EQ(dlsym(RTLD_DEFAULT, "ixmlPrintDocument"), reinterpret_cast<void*>(&ixmlPrintDocument));
+  EXPECT_NE(reinterpret_cast<void*>(LibixmlPrintNode()), reinterpret_cast<void*>(&ixmlPrintNode));
+}
+
+// Larger than the first buffer, so the text grows several times.
+std::string BrowseResult() {
+  std::string didl =
+      "<DIDL-Lite xmlns=\"urn:schemas-upnp-org:metadata-1-0/DIDL-Lite/\" "
+      "xmlns:dc=\"http://purl.org/dc/elements/1.1/\" "
+      "xmlns:upnp=\"urn:schemas-upnp-org:metadata-1-0/upnp/\">\n";
+  for (int i = 0; i < 100; ++i) {
+    std::string n = std::to_string(i);
+    didl += "<item id=\"0$1$" + n + "\" parentID=\"0$1\" restricted=\"1\"><dc:title>Tom &amp; " +
+            "Jerry's \"best\" &lt;" + n + "&gt; M\xc3\xbcller</dc:title>" +
+            "<upnp:class>object.item.videoItem</upnp:class><res protocolInfo=\"http-get:*:" +
+            "video/mp4:DLNA.ORG_PN=AVC_MP4_MP_SD;DLNA.ORG_OP=01\" size=\"12345\">" +
+            "http://127.0.0.1:49153/web/" + n + ".mp4?a=1&amp;b=2</res></item>\n";
+  }
+  return didl + "</DIDL-Lite>";
+}
+
+TEST(IxmlPrint, SoapBrowseAnswerMatches) {
+  const std::string didl = BrowseResult();
+  ASSERT_GT(didl.size(), 16000u);
+  IXML_Document* answer = nullptr;
+  const char* service = "urn:schemas-upnp-org:service:ContentDirectory:1";
+  ASSERT_EQ(UpnpAddToActionResponse(&answer, "Browse", service, "Result", didl.c_str()),
+            UPNP_E_SUCCESS);
+  for (auto [name, value] : {std::pair{"NumberReturned", "100"},
+                             {"TotalMatches", "250"},
+                             {"UpdateID", "7"},
+                             {"Empty", ""},
+                             {"Odd", "<&>'\""}})
+    ASSERT_EQ(UpnpAddToActionResponse(&answer, "Browse", service, name, value), UPNP_E_SUCCESS);
+  ExpectSameAsLibixml(answer);
+  ixmlDocument_free(answer);
+}
+
+TEST(IxmlPrint, DaemonDescriptionsMatch) {
+  char* device = dlnaGetDmsDesc("M", "A&lt;&amp;B", "A&amp;B &apos;x&apos; &quot;y&quot;",
+                                "http://maker.example/?a=1&amp;b", "Media Server", "Model", "2.0",
+                                "http://model.example/", "SN-1", "uuid-1", "/web/index.html",
+                                "/web/cms.xml", "/web/cms_control", "/web/cms_event",
+                                "/web/cds.xml", "/web/cds_control", "/web/cds_event");
+  ASSERT_TRUE(device);
+  ExpectSameAsLibixml(device);
+  RetUB(device);
+
+  std::vector<char> cds(kCdsDescSize);
+  dlnaGenCdsDesc(cds.data());
+  ExpectSameAsLibixml(cds.data());
+  ExpectSameAsLibixml(g_szCmsDesc);
+  ExpectSameAsLibixml(g_szMsrDesc);
+}
+
+TEST(IxmlPrint, HandWrittenDocumentsMatch) {
+  const char* const documents[] = {
+      "<a b=\"1 &amp; &lt; &gt; &quot; &apos;\" c='say \"hi\"' d=\"\" e='&amp;amp;'>t</a>",
+      "<a><b/><c></c><d> </d></a>",
+      "<a/>",
+      "<s:a xmlns:s=\"urn:s\" xmlns=\"urn:d\"><s:b xmlns:t=\"urn:t\" t:x=\"1\"><c/></s:b>"
+      "<t:c xmlns:t=\"urn:t2\"/></s:a>",
+      "<a><![CDATA[ <&>'\" ]]></a>",
+      "<a><![CDATA[x]]>after cdata<b/></a>",
+      "<a>text<b/>tail<c>z</c></a>",
+      "<a><b>1</b>t<c>2</c><d/></a>",
+      "<a><b/><![CDATA[c]]><e/></a>",
+      "<a>  <b> x </b>  </a>",
+      "<a>\xc3\xa9\t\n\r &#65;&#x42; \xe2\x98\x83</a>",
+      "<?xml version=\"1.0\" encoding=\"utf-8\"?><!-- c --><!DOCTYPE a><a><!--c--><b/></a>",
+      "<a>one<!--c-->two</a>",
+      "<a><?pi x<y?><b/></a>",
+  };
+  for (const char* xml : documents) {
+    SCOPED_TRACE(xml);
+    ExpectSameAsLibixml(xml);
+  }
+}
+
+// The parser never makes these, but libixml prints them in its own way (an
+// attribute among children, a processing instruction's "\n", nothing for a
+// comment or a nested document's siblings): the kind of node is forced on an
+// element between two others.
+TEST(IxmlPrint, EveryNodeTypeMatches) {
+  for (int type = eINVALID_NODE; type <= eNOTATION_NODE; ++type) {
+    SCOPED_TRACE(type);
+    IXML_Document* doc = ixmlParseBuffer("<r><a x=\"1\"><k y=\"2\"><z/></k><b/></a></r>");
+    ASSERT_TRUE(doc);
+    IXML_Node* k = ixmlNode_getFirstChild(ixmlNode_getFirstChild(ixmlNode_getFirstChild(&doc->n)));
+    ASSERT_EQ(ixmlNode_setNodeValue(k, "v<&'\""), IXML_SUCCESS);
+    const IXML_NODE_TYPE own = k->nodeType;
+    k->nodeType = static_cast<IXML_NODE_TYPE>(type);
+    ExpectSameAsLibixml(doc);
+    k->nodeType = own;
+    ixmlDocument_free(doc);
+  }
+}
+
+TEST(IxmlPrint, EmptyInputsMatch) {
+  EXPECT_EQ(ixmlPrintNode(nullptr), nullptr);
+  EXPECT_EQ(ixmlPrintDocument(nullptr), nullptr);
+  IXML_Document* doc = ixmlDocument_createDocument();
+  ASSERT_TRUE(doc);
+  ExpectSameAsLibixml(doc);
+  IXML_Node* empty = ixmlDocument_createTextNode(doc, "");
+  EXPECT_TRUE(Same(Take(ixmlPrintNode(empty)), Take(LibixmlPrintNode()(empty))));
+  ixmlNode_free(empty);
+  ixmlDocument_free(doc);
+}
+
+}  // namespace
