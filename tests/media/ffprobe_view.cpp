@@ -1,26 +1,26 @@
-// A small strict JSON parser (objects, arrays, strings with escapes, numbers,
-// literals) into a value tree, and the picking of ffprobe's format and stream
-// fields from it. Kept here rather than pulling in a JSON library for the
-// tests' sake alone.
+// A small JSON reader for ffprobe's output: objects, arrays, strings with the
+// one-character escapes, and bare numbers and literals kept as their text.
+// Kept here rather than pulling in a JSON library for the tests' sake alone;
+// anything else (a \u escape, say) is refused, so a new view fails loudly.
 #include "ffprobe_view.h"
 
 #include <charconv>
-#include <cstdlib>
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <utility>
 
+#include "media/media_codec.h"
+
 namespace {
 
-struct JsonValue {
-  enum class Kind { kNull, kBool, kNumber, kString, kArray, kObject };
-  Kind kind = Kind::kNull;
-  bool boolean = false;
-  std::string text;  // a string's decoded value, or a number's literal
-  std::vector<JsonValue> items;
-  std::vector<std::pair<std::string, JsonValue>> members;
+struct Json {
+  bool object = false;
+  std::string text;  // a string's value, or a number's or literal's spelling
+  std::vector<std::pair<std::string, Json>> members;
+  std::vector<Json> items;
 
-  const JsonValue* get(std::string_view key) const {
+  const Json* get(std::string_view key) const {
     for (const auto& [name, value] : members) {
       if (name == key) return &value;
     }
@@ -28,227 +28,79 @@ struct JsonValue {
   }
 };
 
-class JsonParser {
+class Parser {
  public:
-  explicit JsonParser(std::string_view in) : in_(in) {}
+  explicit Parser(std::string_view in) : in_(in) {}
 
-  bool parseDocument(JsonValue* out) {
-    skipSpace();
-    if (!parseValue(out, 0)) return false;
-    skipSpace();
-    return pos_ == in_.size();
-  }
+  bool document(Json* out) { return value(out, 0) && (skip(), pos_ == in_.size()); }
 
  private:
-  // Deep enough for any ffprobe output; guards the recursion on bad input.
-  static constexpr int kMaxDepth = 64;
+  static constexpr int kMaxDepth = 64;  // guards the recursion on bad input
 
-  bool atEnd() const { return pos_ >= in_.size(); }
-  char peek() const { return atEnd() ? '\0' : in_[pos_]; }
-
-  void skipSpace() {
-    while (!atEnd() &&
-           (in_[pos_] == ' ' || in_[pos_] == '\t' || in_[pos_] == '\n' || in_[pos_] == '\r')) {
+  void skip() {
+    while (pos_ < in_.size() &&
+           std::string_view(" \t\r\n").find(in_[pos_]) != std::string_view::npos)
       ++pos_;
-    }
   }
-
-  bool consume(char c) {
-    if (atEnd() || in_[pos_] != c) return false;
+  bool eat(char c) {
+    skip();
+    if (pos_ >= in_.size() || in_[pos_] != c) return false;
     ++pos_;
     return true;
   }
 
-  bool consumeWord(std::string_view word) {
-    if (in_.substr(pos_, word.size()) != word) return false;
-    pos_ += word.size();
-    return true;
-  }
-
-  bool parseValue(JsonValue* out, int depth) {
-    if (depth > kMaxDepth) return false;
-    switch (peek()) {
-      case '{':
-        return parseObject(out, depth);
-      case '[':
-        return parseArray(out, depth);
-      case '"':
-        out->kind = JsonValue::Kind::kString;
-        return parseString(&out->text);
-      case 't':
-        out->kind = JsonValue::Kind::kBool;
-        out->boolean = true;
-        return consumeWord("true");
-      case 'f':
-        out->kind = JsonValue::Kind::kBool;
-        return consumeWord("false");
-      case 'n':
-        out->kind = JsonValue::Kind::kNull;
-        return consumeWord("null");
-      default:
-        out->kind = JsonValue::Kind::kNumber;
-        return parseNumber(&out->text);
-    }
-  }
-
-  bool parseObject(JsonValue* out, int depth) {
-    out->kind = JsonValue::Kind::kObject;
-    ++pos_;  // '{'
-    skipSpace();
-    if (consume('}')) return true;
-    while (true) {
-      std::string key;
-      skipSpace();
-      if (!parseString(&key)) return false;
-      skipSpace();
-      if (!consume(':')) return false;
-      skipSpace();
-      JsonValue value;
-      if (!parseValue(&value, depth + 1)) return false;
-      out->members.emplace_back(std::move(key), std::move(value));
-      skipSpace();
-      if (consume('}')) return true;
-      if (!consume(',')) return false;
-    }
-  }
-
-  bool parseArray(JsonValue* out, int depth) {
-    out->kind = JsonValue::Kind::kArray;
-    ++pos_;  // '['
-    skipSpace();
-    if (consume(']')) return true;
-    while (true) {
-      skipSpace();
-      JsonValue value;
-      if (!parseValue(&value, depth + 1)) return false;
-      out->items.push_back(std::move(value));
-      skipSpace();
-      if (consume(']')) return true;
-      if (!consume(',')) return false;
-    }
-  }
-
-  bool parseHex4(uint32_t* out) {
-    if (in_.size() - pos_ < 4) return false;
-    uint32_t v = 0;
-    for (int i = 0; i < 4; ++i) {
-      const char c = in_[pos_++];
-      v <<= 4;
-      if (c >= '0' && c <= '9') {
-        v |= static_cast<uint32_t>(c - '0');
-      } else if (c >= 'a' && c <= 'f') {
-        v |= static_cast<uint32_t>(c - 'a' + 10);
-      } else if (c >= 'A' && c <= 'F') {
-        v |= static_cast<uint32_t>(c - 'A' + 10);
-      } else {
-        return false;
-      }
-    }
-    *out = v;
-    return true;
-  }
-
-  static void appendUtf8(std::string* s, uint32_t cp) {
-    if (cp < 0x80) {
-      s->push_back(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-      s->push_back(static_cast<char>(0xC0 | (cp >> 6)));
-      s->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-      s->push_back(static_cast<char>(0xE0 | (cp >> 12)));
-      s->push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-      s->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-      s->push_back(static_cast<char>(0xF0 | (cp >> 18)));
-      s->push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-      s->push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-      s->push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    }
-  }
-
-  // \uXXXX, joining a surrogate pair; a lone surrogate is malformed.
-  bool parseUnicodeEscape(std::string* out) {
-    uint32_t cp = 0;
-    if (!parseHex4(&cp)) return false;
-    if (cp >= 0xDC00 && cp <= 0xDFFF) return false;
-    if (cp >= 0xD800 && cp <= 0xDBFF) {
-      uint32_t low = 0;
-      if (!consumeWord("\\u") || !parseHex4(&low) || low < 0xDC00 || low > 0xDFFF) return false;
-      cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
-    }
-    appendUtf8(out, cp);
-    return true;
-  }
-
-  bool parseString(std::string* out) {
-    if (!consume('"')) return false;
-    while (!atEnd()) {
-      const char c = in_[pos_++];
+  bool string(std::string* out) {
+    if (!eat('"')) return false;
+    while (pos_ < in_.size()) {
+      char c = in_[pos_++];
       if (c == '"') return true;
-      if (static_cast<unsigned char>(c) < 0x20) return false;
-      if (c != '\\') {
-        out->push_back(c);
-        continue;
+      if (static_cast<unsigned char>(c) < 0x20 || (c == '\\' && pos_ == in_.size())) return false;
+      if (c == '\\') {
+        const size_t at = std::string_view("\"\\/bfnrt").find(in_[pos_++]);
+        if (at == std::string_view::npos) return false;
+        c = "\"\\/\b\f\n\r\t"[at];
       }
-      if (atEnd()) return false;
-      switch (in_[pos_++]) {
-        case '"':
-          out->push_back('"');
-          break;
-        case '\\':
-          out->push_back('\\');
-          break;
-        case '/':
-          out->push_back('/');
-          break;
-        case 'b':
-          out->push_back('\b');
-          break;
-        case 'f':
-          out->push_back('\f');
-          break;
-        case 'n':
-          out->push_back('\n');
-          break;
-        case 'r':
-          out->push_back('\r');
-          break;
-        case 't':
-          out->push_back('\t');
-          break;
-        case 'u':
-          if (!parseUnicodeEscape(out)) return false;
-          break;
-        default:
-          return false;
-      }
+      out->push_back(c);
     }
-    return false;  // unterminated
+    return false;
   }
 
-  bool digits() {
-    const size_t start = pos_;
-    while (!atEnd() && in_[pos_] >= '0' && in_[pos_] <= '9') ++pos_;
-    return pos_ > start;
+  // Members of an object or items of an array, up to `close`.
+  template <typename Each>
+  bool list(char close, Each each) {
+    if (eat(close)) return true;
+    do {
+      if (!each()) return false;
+    } while (eat(','));
+    return eat(close);
   }
 
-  // -?(0|[1-9][0-9]*)(.[0-9]+)?([eE][+-]?[0-9]+)?, kept as its literal.
-  bool parseNumber(std::string* out) {
-    const size_t start = pos_;
-    consume('-');
-    if (consume('0')) {
-      if (peek() >= '0' && peek() <= '9') return false;
-    } else if (!digits()) {
-      return false;
+  bool value(Json* out, int depth) {
+    if (depth > kMaxDepth) return false;
+    if (eat('{')) {
+      out->object = true;
+      return list('}', [&] {
+        std::string key;
+        Json v;
+        if (!string(&key) || !eat(':') || !value(&v, depth + 1)) return false;
+        out->members.emplace_back(std::move(key), std::move(v));
+        return true;
+      });
     }
-    if (consume('.') && !digits()) return false;
-    if (peek() == 'e' || peek() == 'E') {
+    if (eat('[')) {
+      return list(']', [&] { return value(&out->items.emplace_back(), depth + 1); });
+    }
+    skip();
+    if (pos_ < in_.size() && in_[pos_] == '"') return string(&out->text);
+    const size_t start = pos_;
+    while (pos_ < in_.size() &&
+           std::string_view(",]} \t\r\n").find(in_[pos_]) == std::string_view::npos)
       ++pos_;
-      if (!consume('+')) consume('-');
-      if (!digits()) return false;
-    }
-    out->assign(in_.substr(start, pos_ - start));
-    return true;
+    out->text = in_.substr(start, pos_ - start);
+    double d = 0;
+    const char* end = out->text.data() + out->text.size();
+    return out->text == "true" || out->text == "false" || out->text == "null" ||
+           (!out->text.empty() && std::from_chars(out->text.data(), end, d).ptr == end);
   }
 
   std::string_view in_;
@@ -256,52 +108,56 @@ class JsonParser {
 };
 
 // Numbers and numeric strings both count; anything else reads as 0.
-double toDouble(const JsonValue* v) {
-  if (v == nullptr || (v->kind != JsonValue::Kind::kNumber && v->kind != JsonValue::Kind::kString))
-    return 0;
-  double d = 0;
-  const char* begin = v->text.data();
-  const auto [end, ec] = std::from_chars(begin, begin + v->text.size(), d);
-  return ec == std::errc() && end == begin + v->text.size() ? d : 0;
+template <typename T>
+T number(const Json* v) {
+  T n{};
+  if (v == nullptr) return n;
+  const char* end = v->text.data() + v->text.size();
+  if (std::from_chars(v->text.data(), end, n).ptr == end) return n;
+  double d = 0;  // "1.5" style texts for an integer truncate
+  return std::from_chars(v->text.data(), end, d).ptr == end ? static_cast<T>(d) : T{};
 }
 
-// Exact for integers beyond double's 53 bits; "1.5" style texts truncate.
-int64_t toInt64(const JsonValue* v) {
-  if (v == nullptr || (v->kind != JsonValue::Kind::kNumber && v->kind != JsonValue::Kind::kString))
-    return 0;
-  int64_t n = 0;
-  const char* begin = v->text.data();
-  const auto [end, ec] = std::from_chars(begin, begin + v->text.size(), n);
-  if (ec == std::errc() && end == begin + v->text.size()) return n;
-  return static_cast<int64_t>(toDouble(v));
+std::string textOf(const Json* v) {
+  return v ? v->text : std::string();
 }
 
-int toInt(const JsonValue* v) {
-  return static_cast<int>(toInt64(v));
-}
+struct CodecName {
+  const char* name;
+  uint32_t id;
+};
+constexpr CodecName kCodecNames[] = {
+    {"mpeg1video", kMediaCodecMpeg1Video},
+    {"mpeg2video", kMediaCodecMpeg2Video},
+    {"mpeg4", kMediaCodecMpeg4},
+    {"h264", kMediaCodecH264},
+    {"flv1", kMediaCodecFlv1},
+    {"wmv2", kMediaCodecWmv2},
+    {"mp2", kMediaCodecMp2},
+    {"mp3", kMediaCodecMp3},
+    {"aac", kMediaCodecAac},
+    {"ac3", kMediaCodecAc3},
+    {"wmav2", kMediaCodecWmaV2},
+    {"pcm_u8", kMediaCodecPcmU8},
+    {"pcm_dvd", kMediaCodecPcmDvd},
+};
 
-// Strings as they are; a number (ffprobe once wrote "profile" as one) as its literal.
-std::string toText(const JsonValue* v) {
-  if (v == nullptr) return {};
-  if (v->kind == JsonValue::Kind::kString || v->kind == JsonValue::Kind::kNumber) return v->text;
-  return {};
-}
-
-FfprobeStream pickStream(const JsonValue& s) {
+FfprobeStream pickStream(const Json& s) {
   FfprobeStream out;
-  out.codec_type = toText(s.get("codec_type"));
-  out.codec_name = toText(s.get("codec_name"));
-  out.codec_tag_string = toText(s.get("codec_tag_string"));
-  out.profile = toText(s.get("profile"));
-  out.pix_fmt = toText(s.get("pix_fmt"));
-  out.width = toInt(s.get("width"));
-  out.height = toInt(s.get("height"));
-  out.channels = toInt(s.get("channels"));
-  out.sample_rate = toInt(s.get("sample_rate"));
-  out.bit_rate = toInt64(s.get("bit_rate"));
-  out.r_frame_rate = toText(s.get("r_frame_rate"));
-  out.avg_frame_rate = toText(s.get("avg_frame_rate"));
-  out.duration = toDouble(s.get("duration"));
+  for (auto [key, field] : {std::pair{"codec_type", &FfprobeStream::codec_type},
+                            {"codec_name", &FfprobeStream::codec_name},
+                            {"profile", &FfprobeStream::profile},
+                            {"r_frame_rate", &FfprobeStream::r_frame_rate}}) {
+    out.*field = textOf(s.get(key));
+  }
+  for (auto [key, field] : {std::pair{"width", &FfprobeStream::width},
+                            {"height", &FfprobeStream::height},
+                            {"channels", &FfprobeStream::channels},
+                            {"sample_rate", &FfprobeStream::sample_rate}}) {
+    out.*field = number<int>(s.get(key));
+  }
+  out.bit_rate = number<int64_t>(s.get("bit_rate"));
+  out.duration = number<double>(s.get("duration"));
   return out;
 }
 
@@ -316,28 +172,34 @@ const FfprobeStream* FfprobeView::first(std::string_view codec_type) const {
 
 std::optional<FfprobeView> loadFfprobeView(const std::string& json_path) {
   std::ifstream file(json_path, std::ios::binary);
-  if (!file) return std::nullopt;
   const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  if (file.bad()) return std::nullopt;
-
-  JsonValue root;
-  if (!JsonParser(text).parseDocument(&root) || root.kind != JsonValue::Kind::kObject) {
-    return std::nullopt;
-  }
+  Json root;
+  if (!file || text.empty() || !Parser(text).document(&root) || !root.object) return std::nullopt;
 
   FfprobeView view;
-  if (const JsonValue* format = root.get("format");
-      format != nullptr && format->kind == JsonValue::Kind::kObject) {
-    view.format_name = toText(format->get("format_name"));
-    view.duration = toDouble(format->get("duration"));
-    view.bit_rate = toInt64(format->get("bit_rate"));
-    view.size = toInt64(format->get("size"));
+  if (const Json* format = root.get("format")) {
+    view.format_name = textOf(format->get("format_name"));
+    view.duration = number<double>(format->get("duration"));
+    view.bit_rate = number<int64_t>(format->get("bit_rate"));
+    view.size = number<int64_t>(format->get("size"));
   }
-  if (const JsonValue* streams = root.get("streams");
-      streams != nullptr && streams->kind == JsonValue::Kind::kArray) {
-    for (const JsonValue& s : streams->items) {
-      if (s.kind == JsonValue::Kind::kObject) view.streams.push_back(pickStream(s));
+  if (const Json* streams = root.get("streams")) {
+    for (const Json& s : streams->items) {
+      if (s.object) view.streams.push_back(pickStream(s));
     }
   }
   return view;
+}
+
+uint32_t codecOf(const FfprobeStream* stream) {
+  if (stream == nullptr) return kMediaCodecNone;
+  for (const CodecName& row : kCodecNames) {
+    if (stream->codec_name == row.name) return row.id;
+  }
+  return kUnknownFfprobeCodec;
+}
+
+double frameRate(const std::string& fraction) {
+  unsigned num = 0, den = 0;
+  return sscanf(fraction.c_str(), "%u/%u", &num, &den) == 2 && den ? 1.0 * num / den : 0;
 }

@@ -2,10 +2,9 @@
 // tests/data/media/<name> has ffprobe's JSON view beside it (<name>.json);
 // this loads the few fields the reader tests compare against.
 //
-// Numbers that ffprobe writes as strings ("duration": "1.000000",
-// "sample_rate": "44100") come back converted; a field absent from the view
-// keeps its zero or empty default. Plain values, no shared state: safe to use
-// from any thread.
+// Numbers that ffprobe writes as strings ("duration": "1.000000") come back
+// converted; a field absent from the view keeps its zero or empty default.
+// Plain values, no shared state: safe to use from any thread.
 #pragma once
 
 #include <cstdint>
@@ -15,11 +14,11 @@
 #include <vector>
 
 struct FfprobeStream {
-  std::string codec_type, codec_name, codec_tag_string, profile, pix_fmt;
+  std::string codec_type, codec_name, profile;
+  std::string r_frame_rate;  // as written, e.g. "25/1"
   int width = 0, height = 0, channels = 0, sample_rate = 0;
   int64_t bit_rate = 0;
-  std::string r_frame_rate, avg_frame_rate;  // as written, e.g. "25/1"
-  double duration = 0;                       // seconds
+  double duration = 0;  // seconds
 };
 
 struct FfprobeView {
@@ -34,5 +33,13 @@ struct FfprobeView {
 };
 
 // Reads and parses the view; nullopt when the file cannot be read, is not
-// valid JSON, or has no top-level object.
+// JSON of the shape ffprobe writes, or has no top-level object.
 std::optional<FfprobeView> loadFfprobeView(const std::string& json_path);
+
+// The reader's codec id for the stream's ffprobe codec name: kMediaCodecNone
+// for no stream, kUnknownFfprobeCodec for a name the tests have not mapped.
+inline constexpr uint32_t kUnknownFfprobeCodec = 0xBAD;
+uint32_t codecOf(const FfprobeStream* stream);
+
+// r_frame_rate's "num/den" as a number; 0 for "0/0" or anything else.
+double frameRate(const std::string& fraction);

@@ -8,25 +8,21 @@
 
 #include <array>
 #include <climits>
-#include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "media/ffprobe_view.h"
 #include "media/jpg_read.h"
-#include "media/media_parse.h"
+#include "media/reader_test_util.h"
 #include "platform/alloc.h"
-#include "platform/log.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using reader_test::Bytes;
+using reader_test::fixture;
 
 Bytes operator+(Bytes a, const Bytes& b) {
   a.insert(a.end(), b.begin(), b.end());
@@ -36,7 +32,7 @@ const auto be16 = [](uint32_t v) { return Bytes{uint8_t(v >> 8), uint8_t(v)}; };
 const auto be32 = [](uint32_t v) { return be16(v >> 16) + be16(v); };
 const auto le16 = [](uint32_t v) { return Bytes{uint8_t(v), uint8_t(v >> 8)}; };
 const auto le32 = [](uint32_t v) { return le16(v) + le16(v >> 16); };
-const auto text = [](const char* s) { return Bytes(s, s + strlen(s)); };
+const auto text = [](const char* s) { return reader_test::text(s); };
 const auto drop = [](const Bytes& b, size_t front, size_t back) {
   return Bytes(b.begin() + long(front), b.end() - long(back));
 };
@@ -78,10 +74,6 @@ Bytes tiff(bool little, const std::vector<std::array<uint32_t, 3>>& fields, uint
 }
 Bytes bmp(int32_t w, int32_t h) {
   return text("BM") + le32(0) + le32(0) + le32(54) + le32(40) + le32(w) + le32(h) + le32(0);
-}
-
-std::string fixture(const char* name) {
-  return std::string(DMSD_TEST_MEDIA) + "/" + name;
 }
 
 class ImageRead : public testing::Test {
@@ -233,8 +225,7 @@ TEST_F(ImageRead, FixturesMatchProbedSize) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.file);
-    const std::optional<FfprobeView> view =
-        loadFfprobeView(fixture(c.probe ? c.probe : c.file) + ".json");
+    const auto view = loadFfprobeView(fixture(c.probe ? c.probe : c.file) + ".json");
     ASSERT_TRUE(view && view->first("video"));
     EXPECT_EQ(Read(c.reader, fixture(c.file)), 0);
     EXPECT_EQ(info_->width, view->first("video")->width);

@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <bit>
-#include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <utility>
@@ -14,14 +12,14 @@
 
 #include "media/ffprobe_view.h"
 #include "media/reader_test_util.h"
-#include "platform/log.h"
 
 namespace {
 
 using reader_test::Bytes;
 
 void putBe(Bytes& b, uint64_t v, int n) {
-  for (int i = n - 1; i >= 0; --i) b.push_back(static_cast<uint8_t>(v >> (8 * i)));
+  const Bytes more = reader_test::be(v, n);
+  b.insert(b.end(), more.begin(), more.end());
 }
 void put(Bytes& b, const Bytes& more) {
   b.insert(b.end(), more.begin(), more.end());
@@ -80,15 +78,6 @@ class Flv : public testing::Test {
     return reader_test::readBytes(flv_read_info, kMediaFileFlv, bytes, info.get());
   }
 
-  // What a read logs at trace level.
-  std::string logOf(const Bytes& bytes) {
-    int saved = g_iDmsLogLevel.exchange(kLogTrace);
-    testing::internal::CaptureStderr();
-    read(bytes);
-    g_iDmsLogLevel = saved;
-    return testing::internal::GetCapturedStderr();
-  }
-
   std::unique_ptr<MediaInfo> info = std::make_unique<MediaInfo>();
 };
 
@@ -120,7 +109,7 @@ TEST_F(Flv, UnsupportedCodecsAreLogged) {
   put(file, metadata({{"audiocodecid", amfNumber(2)}, {"videocodecid", amfNumber(7)}}));
   put(file, tag(8, {0x4E}));  // Nellymoser 16 kHz
   put(file, tag(9, {0x16}));  // 6 has no mapping
-  std::string log = logOf(file);
+  const std::string log = reader_test::logOf(kLogTrace, [&] { read(file); });
   EXPECT_NE(log.find("Unsupported audio codec (4)"), std::string::npos) << log;
   EXPECT_NE(log.find("Unsupported video codec (6)"), std::string::npos) << log;
   EXPECT_EQ(info->audio_codec, kMediaCodecMp3);
@@ -210,14 +199,6 @@ TEST_F(Flv, DeepNestingIsBounded) {
   }
 }
 
-uint32_t codecOf(const FfprobeStream* s) {
-  if (s->codec_name == "h264") return kMediaCodecH264;
-  if (s->codec_name == "flv1") return kMediaCodecFlv1;
-  if (s->codec_name == "aac") return kMediaCodecAac;
-  if (s->codec_name == "mp3") return kMediaCodecMp3;
-  return 0xBAD;
-}
-
 // Codecs, channels and sample rate come from the tags; picture size, frame
 // rate, data rates and duration only from the metadata, so a file without it
 // deliberately reports none of them where a demuxer would decode frames.
@@ -225,17 +206,11 @@ TEST_F(Flv, FixturesAgreeWithFfprobe) {
   const std::pair<const char*, bool> cases[] = {
       {"flv_h264_aac_meta.flv", true}, {"flv_sorenson_mp3.flv", true}, {"flv_nometa.flv", false}};
   for (auto [name, meta] : cases) {
-    std::string path = std::string(DMSD_TEST_MEDIA) + "/" + name;
-    auto view = loadFfprobeView(path + ".json");
-    std::unique_ptr<FILE, int (*)(FILE*)> f{fopen(path.c_str(), "rb"), fclose};
-    ASSERT_TRUE(view && f) << path;
-    const FfprobeStream* audio = view->first("audio");
-    const FfprobeStream* video = view->first("video");
-    ASSERT_TRUE(audio && video) << name;
-    MediaIo io{};
-    media_init_io(&io, f.get(), kMediaFileFlv);
+    const auto view = loadFfprobeView(reader_test::fixture(name) + ".json");
+    ASSERT_TRUE(view && view->first("audio") && view->first("video")) << name;
+    const FfprobeStream *audio = view->first("audio"), *video = view->first("video");
     *info = MediaInfo{};
-    ASSERT_EQ(flv_read_info(&io, info.get()), 0) << name;
+    ASSERT_EQ(reader_test::readFixture(flv_read_info, kMediaFileFlv, name, info.get()), 0) << name;
 
     EXPECT_EQ(info->video_codec, codecOf(video)) << name;
     EXPECT_EQ(info->audio_codec, codecOf(audio)) << name;
@@ -243,9 +218,8 @@ TEST_F(Flv, FixturesAgreeWithFfprobe) {
     EXPECT_EQ(info->sample_rate, static_cast<uint32_t>(audio->sample_rate)) << name;
     EXPECT_EQ(info->video_width, meta ? video->width : 0) << name;
     EXPECT_EQ(info->video_height, meta ? video->height : 0) << name;
-    unsigned num = 0, den = 1;
-    sscanf(video->r_frame_rate.c_str(), "%u/%u", &num, &den);
-    EXPECT_EQ(info->frame_rate, meta ? num / den : 0) << name;
+    EXPECT_EQ(info->frame_rate, meta ? static_cast<uint32_t>(frameRate(video->r_frame_rate)) : 0)
+        << name;
     EXPECT_EQ(info->video_bit_rate, meta ? video->bit_rate : 0) << name;
     EXPECT_NEAR(info->duration / 1e6, meta ? view->duration : 0, 1e-6) << name;
   }

@@ -1,16 +1,13 @@
 // The MP4 box reader against ffprobe's view of real files, and on boxes built
 // here for what encoders rarely write: odd brands, sizes the walk cannot
 // follow, several tracks, 64-bit times, and every truncation and corruption
-// of a small file (run under the sanitizers, these also catch leaks).
+// of a small file (under the sanitizers, these also catch leaks).
 #include "media/media_mp4.h"
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstring>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "media/ffprobe_view.h"
 #include "media/reader_test_util.h"
@@ -137,7 +134,6 @@ TEST(Mp4Reader, LaterTracksOverwriteButNotAudioBitRates) {
   EXPECT_EQ(info->channels, 1);
   EXPECT_EQ(info->sample_rate, 8000u);
   EXPECT_EQ(info->audio_config[0], 0x15);
-  EXPECT_EQ(info->audio_track, 2);
   EXPECT_EQ(info->audio_max_bit_rate, 128000u);
   EXPECT_EQ(info->audio_bit_rate, 96000u);
 }
@@ -222,19 +218,6 @@ TEST(Mp4Reader, AnyTruncationOrCorruptionIsReadSafely) {
   }
 }
 
-// ---- Real files ----
-
-int32_t readFile(const std::string& path, MediaInfo* info) {
-  MediaReaderTable readers{};
-  readers.readers[kMediaFileMp4] = mp4_read_info;
-  return mediaReadInfoWith(readers, path.c_str(), kMediaFileMp4, info);
-}
-
-double ratio(const std::string& fraction) {
-  const size_t slash = fraction.find('/');
-  return std::stod(fraction.substr(0, slash)) / std::stod(fraction.substr(slash + 1));
-}
-
 // The reader takes channels from the sample entry and the video codec from the
 // shared FOURCC table: a 3GP entry states 2 channels for mono AAC, and "s263"
 // is not in the table.
@@ -252,11 +235,10 @@ TEST(Mp4Reader, RealFilesAgreeWithFfprobe) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    const std::string path = std::string(DMSD_TEST_MEDIA) + "/" + c.name;
-    const auto view = loadFfprobeView(path + ".json");
+    const auto view = loadFfprobeView(fixture(c.name) + ".json");
     ASSERT_TRUE(view);
     auto info = std::make_unique<MediaInfo>();
-    ASSERT_EQ(readFile(path, info.get()), 0);
+    ASSERT_EQ(readFixture(mp4_read_info, kMediaFileMp4, c.name, info.get()), 0);
     EXPECT_STREQ(info->format, c.format);
     EXPECT_NEAR(info->duration / 1e6, view->duration, 0.001);
     EXPECT_EQ(info->bit_rate, view->bit_rate);
@@ -274,7 +256,7 @@ TEST(Mp4Reader, RealFilesAgreeWithFfprobe) {
     EXPECT_EQ(info->video_codec, c.video_codec);
     EXPECT_EQ(info->video_width, video->width);
     EXPECT_EQ(info->video_height, video->height);
-    EXPECT_EQ(info->frame_rate, static_cast<uint32_t>(ratio(video->r_frame_rate)));
+    EXPECT_EQ(info->frame_rate, static_cast<uint32_t>(frameRate(video->r_frame_rate)));
   }
 }
 

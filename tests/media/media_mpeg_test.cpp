@@ -5,40 +5,29 @@
 #include "media/media_mpeg.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "media/ffprobe_view.h"
-#include "media/media_parse.h"
+#include "media/reader_test_util.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using reader_test::Bytes;
 
 struct ReadResult {
   int32_t rc = 0;
   std::unique_ptr<MediaInfo> info = std::make_unique<MediaInfo>();
 };
 
-ReadResult readStream(FILE* f) {
+ReadResult readBytes(const Bytes& bytes) {
   ReadResult r;
-  MediaIo io{};
-  media_init_io(&io, f, kMediaFileMpeg2);
-  r.rc = mpeg_read_info(&io, r.info.get());
-  fclose(f);
+  r.rc = reader_test::readBytes(mpeg_read_info, kMediaFileMpeg2, bytes, r.info.get());
   return r;
-}
-
-ReadResult readBytes(Bytes bytes) {
-  if (bytes.empty()) bytes.push_back(0);  // fmemopen refuses an empty buffer
-  return readStream(fmemopen(bytes.data(), bytes.size(), "rb"));
 }
 
 // MSB-first bit writer for codec headers.
@@ -145,37 +134,18 @@ Bytes mp2Frame() {  // MPEG-1 layer 2, 48 kHz, 128 kbit/s, stereo: 384 bytes
 
 // ---- Fixtures against ffprobe ----
 
-uint32_t codecOf(const std::string& name) {
-  const struct {
-    const char* name;
-    uint32_t id;
-  } kNames[] = {{"mpeg1video", kMediaCodecMpeg1Video},
-                {"mpeg2video", kMediaCodecMpeg2Video},
-                {"h264", kMediaCodecH264},
-                {"mp2", kMediaCodecMp2},
-                {"ac3", kMediaCodecAc3},
-                {"aac", kMediaCodecAac},
-                {"pcm_dvd", kMediaCodecPcmDvd}};
-  for (const auto& n : kNames)
-    if (name == n.name) return n.id;
-  return 0;
-}
-
 TEST(MpegReader, FixturesMatchFfprobe) {
   for (const char* name : {"mpeg1_vcd.mpg", "mpeg2_ps_pal_ac3.mpg", "mpeg2_ps_pal_lpcm.mpg",
                            "mpeg2_ts.ts", "mpeg2_m2ts.m2ts", "h264_aac.ts", "h264_ac3_1080.m2ts"}) {
     SCOPED_TRACE(name);
-    std::string path = std::string(DMSD_TEST_MEDIA) + "/" + name;
-    auto view = loadFfprobeView(path + ".json");
-    ASSERT_TRUE(view);
-    const FfprobeStream* v = view->first("video");
-    const FfprobeStream* a = view->first("audio");
-    ASSERT_TRUE(v && a);
-    ReadResult r = readStream(fopen(path.c_str(), "rb"));
-    ASSERT_EQ(r.rc, 0);
+    const auto view = loadFfprobeView(reader_test::fixture(name) + ".json");
+    ASSERT_TRUE(view && view->first("video") && view->first("audio"));
+    const FfprobeStream *v = view->first("video"), *a = view->first("audio");
+    ReadResult r;
+    ASSERT_EQ(reader_test::readFixture(mpeg_read_info, kMediaFileMpeg2, name, r.info.get()), 0);
     const MediaInfo& info = *r.info;
     EXPECT_EQ(info.format, view->format_name);
-    EXPECT_EQ(info.video_codec, codecOf(v->codec_name));
+    EXPECT_EQ(info.video_codec, codecOf(v));
     EXPECT_EQ(info.video_width, v->width);
     EXPECT_EQ(info.video_height, v->height);
     EXPECT_EQ(std::to_string(info.frame_rate_num) + "/" + std::to_string(info.frame_rate_den),
@@ -183,7 +153,7 @@ TEST(MpegReader, FixturesMatchFfprobe) {
     // The play time is the video's; ffprobe's stream duration to within a frame.
     EXPECT_NEAR(info.duration / 1e6, v->duration, 0.041);
     EXPECT_NEAR(info.bit_rate, view->bit_rate, view->bit_rate * 0.05);
-    EXPECT_EQ(info.audio_codec, codecOf(a->codec_name));
+    EXPECT_EQ(info.audio_codec, codecOf(a));
     EXPECT_EQ(info.channels, a->channels);
     EXPECT_EQ(info.sample_rate, static_cast<uint32_t>(a->sample_rate));
     if (info.audio_codec == kMediaCodecAac) {
@@ -392,11 +362,10 @@ TEST(MpegReader, RejectsOtherDataAndSurvivesCuts) {
       Bytes(4096, 0), Bytes(1000, 0x47), {'R', 'I', 'F', 'F', 0, 0, 0, 0}, {0, 0, 1, 0xB3, 0xFF}};
   for (const auto& bytes : others) EXPECT_EQ(readBytes(bytes).rc, -1);
 
-  std::ifstream in(std::string(DMSD_TEST_MEDIA) + "/mpeg2_ps_pal_ac3.mpg", std::ios::binary);
-  Bytes whole((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  const Bytes whole = reader_test::fixtureBytes("mpeg2_ps_pal_ac3.mpg");
   ASSERT_GT(whole.size(), 4096u);
   for (size_t cut = 1; cut < 4096; cut += 97) {
-    ReadResult r = readBytes(Bytes(whole.begin(), whole.begin() + cut));
+    ReadResult r = readBytes(reader_test::prefix(whole, cut));
     if (r.rc == 0) {
       EXPECT_STREQ(r.info->format, "mpeg");
     }
@@ -432,12 +401,16 @@ TEST(MpegReader, HugeSparseFileReadsBoundedBytes) {
   char tmpl[] = "/tmp/mpeg_sparse_XXXXXX";
   ASSERT_TRUE(mkdtemp(tmpl));
   std::filesystem::path dir = tmpl, file = dir / "big.ts";
-  std::filesystem::copy_file(std::string(DMSD_TEST_MEDIA) + "/h264_aac.ts", file);
+  std::filesystem::copy_file(reader_test::fixture("h264_aac.ts"), file);
   ASSERT_EQ(truncate(file.c_str(), off_t{2} << 30), 0);
 
   CountingFile counter{fopen(file.c_str(), "rb")};
   ASSERT_TRUE(counter.f);
-  ReadResult r = readStream(countingStream(&counter));
+  ReadResult r;
+  std::unique_ptr<FILE, int (*)(FILE*)> stream(countingStream(&counter), fclose);
+  MediaIo io{};
+  media_init_io(&io, stream.get(), kMediaFileMpeg2);
+  r.rc = mpeg_read_info(&io, r.info.get());
   std::filesystem::remove_all(dir);
 
   ASSERT_EQ(r.rc, 0);

@@ -2,26 +2,21 @@
 // headers no encoder writes) and over encoder-made fixtures.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
-#include <iterator>
-#include <map>
 #include <memory>
 #include <string>
 
 #include "media/ffprobe_view.h"
 #include "media/media_avi.h"
-#include "media/media_codec.h"
 #include "media/media_wav.h"
+#include "media/reader_test_util.h"
 
 namespace {
 
 using Bytes = std::string;
 
 Bytes le(uint32_t v, int width) {
-  Bytes b;
-  for (int i = 0; i < width; ++i) b += static_cast<char>(v >> (8 * i));
-  return b;
+  const reader_test::Bytes b = reader_test::le(v, width);
+  return Bytes(b.begin(), b.end());
 }
 Bytes le16(uint32_t v) {
   return le(v, 2);
@@ -73,14 +68,8 @@ struct Read {
 // info.file_size is what media_read_info would have put there.
 Read readBytes(MediaReaderFn reader, const Bytes& bytes, uint32_t file_size) {
   Read r;
-  FILE* f = tmpfile();
-  fwrite(bytes.data(), 1, bytes.size(), f);
-  rewind(f);
-  MediaIo io{};
-  media_init_io(&io, f, 0);
   r.info->file_size = file_size;
-  r.rc = reader(&io, r.info.get());
-  fclose(f);
+  r.rc = reader_test::readBytes(reader, 0, reader_test::text(bytes), r.info.get());
   return r;
 }
 
@@ -189,26 +178,18 @@ TEST(WavReader, Layouts) {
 }
 
 // Encoder-made files, compared with ffprobe's view of them.
-Read readFixture(MediaReaderFn reader, const std::string& name) {
-  std::ifstream in(std::string(DMSD_TEST_MEDIA) + "/" + name, std::ios::binary);
-  const Bytes bytes{std::istreambuf_iterator<char>(in), {}};
-  return readBytes(reader, bytes, bytes.size());
-}
-
-uint32_t codecOf(const FfprobeStream* s) {
-  const std::map<std::string, uint32_t> ids = {
-      {"mpeg4", kMediaCodecMpeg4}, {"mp3", kMediaCodecMp3}, {"pcm_u8", kMediaCodecPcmU8}};
-  return s && ids.count(s->codec_name) ? ids.at(s->codec_name) : 0;
+Read readFixture(MediaReaderFn reader, uint32_t kind, const std::string& name) {
+  Read r;
+  r.rc = reader_test::readFixture(reader, kind, name, r.info.get());
+  return r;
 }
 
 TEST(RiffFixtures, AviMatchesFfprobe) {
   for (const char* name : {"avi_mpeg4_mp3.avi", "avi_pcm_u8.avi"}) {
-    const auto view = loadFfprobeView(std::string(DMSD_TEST_MEDIA) + "/" + name + ".json");
-    ASSERT_TRUE(view) << name;
-    const FfprobeStream* v = view->first("video");
-    const FfprobeStream* a = view->first("audio");
-    ASSERT_TRUE(v && a) << name;
-    Read r = readFixture(avi_read_info, name);
+    const auto view = loadFfprobeView(reader_test::fixture(name) + ".json");
+    ASSERT_TRUE(view && view->first("video") && view->first("audio")) << name;
+    const FfprobeStream *v = view->first("video"), *a = view->first("audio");
+    Read r = readFixture(avi_read_info, kMediaFileAvi, name);
     ASSERT_EQ(r.rc, 0) << name;
     const MediaInfo& i = *r.info;
     EXPECT_EQ(i.video_codec, codecOf(v)) << name;
@@ -225,8 +206,8 @@ TEST(RiffFixtures, AviMatchesFfprobe) {
 }
 
 TEST(RiffFixtures, WavLayouts) {
-  EXPECT_EQ(readFixture(wav_read_info, "wav_conventional.wav").rc, -1);
-  Read wav = readFixture(wav_read_info, "wav_accepted_layout.wav");
+  EXPECT_EQ(readFixture(wav_read_info, kMediaFileWav, "wav_conventional.wav").rc, -1);
+  Read wav = readFixture(wav_read_info, kMediaFileWav, "wav_accepted_layout.wav");
   ASSERT_EQ(wav.rc, 0);
   EXPECT_EQ(wav.info->audio_codec, kMediaCodecPcmS16Le);
   EXPECT_EQ(wav.info->sample_rate, 48000u);
