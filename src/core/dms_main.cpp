@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "core/dlna_dms.h"
+#include "platform/alloc.h"
 #include "platform/log.h"
 #include "stack/upnp_device.h"
 
@@ -187,6 +188,7 @@ int _InitDmsConf() {
 
 int dmsMain(int argc, char** argv) {
   if (int status = parseOptions(argc, argv); status != 0) return status - 1;
+  dmsHeapInit();
 
   // Every thread inherits this mask, so the signals reach only sigwait below.
   sigset_t waited;
