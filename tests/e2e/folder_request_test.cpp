@@ -24,8 +24,9 @@ constexpr char kBase[] = "http://127.0.0.1:49152";
 // The title the song fixture carries in its tags, which Browse shows.
 constexpr char kSong[] = "Fixture Title";
 
-// True when the daemon's main thread waits for signals again with none
-// pending: whatever the last signal asked for is done.
+// True when the daemon's main thread sleeps waiting for signals with none
+// pending: whatever the last signal asked for is done. A thread woken by the
+// signal but not yet run still shows the wait, but is runnable, not asleep.
 bool waitIdle(pid_t pid, std::chrono::milliseconds timeout = 60s) {
   const std::string proc = "/proc/" + std::to_string(pid);
   const std::string waiting = std::to_string(SYS_rt_sigtimedwait) + " ";
@@ -34,12 +35,14 @@ bool waitIdle(pid_t pid, std::chrono::milliseconds timeout = 60s) {
     std::string syscallLine, line;
     std::getline(std::ifstream(proc + "/syscall"), syscallLine);
     if (syscallLine.rfind(waiting, 0) != 0) continue;
-    bool pending = false;
-    for (std::ifstream status(proc + "/status"); std::getline(status, line);)
+    bool pending = false, asleep = false;
+    for (std::ifstream status(proc + "/status"); std::getline(status, line);) {
       if ((line.rfind("SigPnd:", 0) == 0 || line.rfind("ShdPnd:", 0) == 0) &&
           line.find_first_not_of("0", line.find_first_not_of(" \t", 7)) != std::string::npos)
         pending = true;
-    if (!pending) return true;
+      if (line.rfind("State:", 0) == 0) asleep = line.find('S', 6) != std::string::npos;
+    }
+    if (asleep && !pending) return true;
   }
   return false;
 }
