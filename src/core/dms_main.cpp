@@ -151,6 +151,9 @@ int signalLoop(const sigset_t& waited) {
       default:
         break;
     }
+    // Tree changes leave their nodes among the holes of freed Browse texts;
+    // hand whole free pages back after each job.
+    dmsHeapTrim();
   }
 }
 
