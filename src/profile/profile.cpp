@@ -14,6 +14,7 @@
 
 #include "content/metadata.h"
 #include "platform/alloc.h"
+#include "platform/decimal.h"
 #include "platform/log.h"
 #include "profile/audio.h"
 #include "profile/avc.h"
@@ -70,18 +71,6 @@ void clearTexts(DlnaMediaResult* result) {
   result->album.clear();
 }
 
-// Appends `value` as at least `width` decimal digits.
-void appendDigits(std::string* text, int64_t value, int width) {
-  char digits[24];
-  int n = 0;
-  do {
-    digits[n++] = static_cast<char>('0' + value % 10);
-    value /= 10;
-  } while (value > 0 && n < static_cast<int>(sizeof(digits)));
-  while (n < width) digits[n++] = '0';
-  while (n > 0) text->push_back(digits[--n]);
-}
-
 // "HH:MM:SS.mmm"; formatted by hand as every profiled file needs one.
 std::string durationText(int64_t duration) {
   // The minimum value is the readers' "unknown"; other negative values are no
@@ -91,13 +80,13 @@ std::string durationText(int64_t duration) {
   int64_t m = s / 60;
   std::string text;
   text.reserve(15);
-  appendDigits(&text, m / 60, 2);
+  appendDecimal(text, m / 60, 2);
   text.push_back(':');
-  appendDigits(&text, m % 60, 2);
+  appendDecimal(text, m % 60, 2);
   text.push_back(':');
-  appendDigits(&text, s % 60, 2);
+  appendDecimal(text, s % 60, 2);
   text.push_back('.');
-  appendDigits(&text, (duration % 1000000) / 1000, 3);
+  appendDecimal(text, (duration % 1000000) / 1000, 3);
   return text;
 }
 

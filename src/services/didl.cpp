@@ -9,6 +9,7 @@
 #include "content/metadata.h"
 #include "platform/alloc.h"
 #include "platform/ctype.h"
+#include "platform/decimal.h"
 #include "profile/profile.h"
 #include "upnp/upnp_dms.h"
 
@@ -245,18 +246,12 @@ bool TextBuffer::append(std::string_view text) {
 }
 
 bool TextBuffer::appendNumber(long long value, int width) {
-  char digits[24];
-  int n = 0;
-  unsigned long long magnitude = value < 0 ? 0ULL - static_cast<unsigned long long>(value)
-                                           : static_cast<unsigned long long>(value);
-  do {
-    digits[sizeof(digits) - 1 - n++] = static_cast<char>('0' + magnitude % 10);
-    magnitude /= 10;
-  } while (magnitude > 0);
-  while (n < width && n < static_cast<int>(sizeof(digits)) - 1)
-    digits[sizeof(digits) - 1 - n++] = '0';
-  if (value < 0) digits[sizeof(digits) - 1 - n++] = '-';
-  return append(std::string_view(digits + sizeof(digits) - n, static_cast<size_t>(n)));
+  try {
+    appendDecimal(text_, value, width);
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 void _dlnaDidlAddHeader(TextBuffer* buffer) {
