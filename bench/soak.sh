@@ -25,7 +25,7 @@ MEDIA=tests/data/media
 WORK=$(mktemp -d /tmp/dmsd-soak-XXXXXX)
 trap 'kill $(jobs -p) 2>/dev/null || true; rm -rf "$WORK"' EXIT
 BASE=http://127.0.0.1:49152
-MEDIA_BASE=http://127.0.0.1:49153  # the media server: the UPnP port + 1
+MEDIA_BASE=$BASE  # one port serves everything
 FIXTURES=(mp3_id3v23_genre_date.mp3 jpeg_plain.jpg avi_mpeg4_mp3.avi m4a_aac.m4a gif89a.gif)
 SHARES=("$WORK/usb1" "$WORK/usb2")
 

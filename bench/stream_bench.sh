@@ -76,8 +76,8 @@ for _ in $(seq 100); do grep -q "music:" "$work/dmsd.log" && break; sleep 0.1; d
 # The file's URL as Browse publishes it would be found by id; the only item is the first one made.
 dms_url=""
 for id in $(seq 200 260); do
-  code=$(curl -s -o /dev/null -r 0-0 -w '%{http_code}' "http://127.0.0.1:49153/web/$id.avi" || true)
-  [ "$code" = 206 ] && dms_url="http://127.0.0.1:49153/web/$id.avi" && break
+  code=$(curl -s -o /dev/null -r 0-0 -w '%{http_code}' "http://127.0.0.1:49152/web/$id.avi" || true)
+  [ "$code" = 206 ] && dms_url="http://127.0.0.1:49152/web/$id.avi" && break
 done
 [ -n "$dms_url" ] || { echo "dmsd does not serve the file"; cat "$work/dmsd.log"; exit 1; }
 nginx_url="http://127.0.0.1:8080/big.avi"

@@ -1,10 +1,13 @@
-// The device interface over libupnp: one root device whose description lives
-// in memory, advertised by SSDP, with SOAP and GENA handled by the library and
-// files under the virtual directory served through the daemon's callbacks.
+// The device interface: one root device served by the daemon's own web server
+// (description, SOAP, GENA, files through the virtual directory's callbacks)
+// and announced by libupnp's SSDP, which fetches the description from it.
 #include "stack/upnp_device.h"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <ifaddrs.h>
 #include <net/if.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -18,7 +21,8 @@
 #include <upnp/upnptools.h>
 
 #include "platform/log.h"
-#include "stack/media_server.h"
+#include "stack/gena.h"
+#include "stack/web_server.h"
 
 namespace {
 
@@ -35,7 +39,8 @@ struct Device {
   int maxAge = 1800;
   std::string vdir;
   const DlnaVirtualDirCallbacks* files = nullptr;
-  bool initialised = false;
+  bool initialised = false;  // the web server runs
+  bool stackUp = false;      // libupnp is initialised
 };
 
 Device g_device;  // changed on the main thread only, while the stack is down
@@ -95,57 +100,6 @@ const std::string& loadUuid() {
   return g_uuid;
 }
 
-// The virtual directory's callbacks see paths without the query string.
-std::string withoutQuery(const char* path) {
-  std::string text(path ? path : "");
-  size_t query = text.find('?');
-  if (query != std::string::npos) text.resize(query);
-  return text;
-}
-
-int vdGetInfo(const char* filename, UpnpFileInfo* info, const void*) {
-  const DlnaVirtualDirCallbacks* files = g_device.files;
-  if (!files || !files->get_info) return -1;
-  DlnaFileInfo fi = {};
-  if (files->get_info(withoutQuery(filename).c_str(), &fi) != 0) {
-    free(fi.content_type);
-    return -1;
-  }
-  UpnpFileInfo_set_FileLength(info, static_cast<off_t>(fi.file_length));
-  UpnpFileInfo_set_LastModified(info, fi.last_modified);
-  UpnpFileInfo_set_IsDirectory(info, fi.is_directory);
-  UpnpFileInfo_set_IsReadable(info, fi.is_readable);
-  UpnpFileInfo_set_ContentType(info, fi.content_type ? fi.content_type : "");
-  free(fi.content_type);
-  return 0;
-}
-
-UpnpWebFileHandle vdOpen(const char* filename, enum UpnpOpenFileMode mode, const void*) {
-  const DlnaVirtualDirCallbacks* files = g_device.files;
-  if (!files || !files->open) return nullptr;
-  return files->open(withoutQuery(filename).c_str(), mode == UPNP_READ ? 0 : 1);
-}
-
-int vdRead(UpnpWebFileHandle file, char* buf, size_t length, const void*) {
-  const DlnaVirtualDirCallbacks* files = g_device.files;
-  return files && files->read ? files->read(file, buf, length) : -1;
-}
-
-int vdWrite(UpnpWebFileHandle file, char* buf, size_t length, const void*) {
-  const DlnaVirtualDirCallbacks* files = g_device.files;
-  return files && files->write ? files->write(file, buf, length) : -1;
-}
-
-int vdSeek(UpnpWebFileHandle file, off_t offset, int origin, const void*) {
-  const DlnaVirtualDirCallbacks* files = g_device.files;
-  return files && files->seek ? files->seek(file, offset, origin) : -1;
-}
-
-int vdClose(UpnpWebFileHandle file, const void*) {
-  const DlnaVirtualDirCallbacks* files = g_device.files;
-  return files && files->close ? files->close(file) : -1;
-}
-
 // A configured text may carry a bare '&' into the description, which the
 // stack's parser refuses outright; the device must come up all the same.
 std::string escapeBareAmpersands(const char* text, size_t length) {
@@ -162,36 +116,80 @@ std::string escapeBareAmpersands(const char* text, size_t length) {
   return out;
 }
 
-// Media go on the port after the UPnP port; 0 (and 65535, which has no next
-// port) lets the system choose.
-uint16_t mediaPort(uint16_t upnpPort) {
-  return upnpPort == 0 || upnpPort == 65535 ? 0 : static_cast<uint16_t>(upnpPort + 1);
-}
-
-// libupnp refuses loopback in UpnpInit2, so an interface that is missing or
-// is "lo" goes by address.
-int initStack() {
+// The IPv4 address to serve on: the interface's own when it exists (as the
+// UPnP stack would pick), else the configured one, else loopback for "lo",
+// else the first address of an interface that is up.
+std::string serveAddress() {
   const Device& d = g_device;
-  int rc = UPNP_E_INVALID_INTERFACE;
-  if (!d.ifName.empty() && d.ifName != "lo" && if_nametoindex(d.ifName.c_str()) != 0)
-    rc = UpnpInit2(d.ifName.c_str(), d.port);
-  if (rc != UPNP_E_SUCCESS) {
-    const char* ip = d.ip.empty() ? (d.ifName == "lo" ? "127.0.0.1" : nullptr) : d.ip.c_str();
-    rc = UpnpInit(ip, d.port);
+  std::string found;
+  std::string firstUp;
+  ifaddrs* list = nullptr;
+  if (getifaddrs(&list) == 0) {
+    for (ifaddrs* i = list; i; i = i->ifa_next) {
+      if (!i->ifa_addr || i->ifa_addr->sa_family != AF_INET) continue;
+      char text[INET_ADDRSTRLEN] = {};
+      inet_ntop(AF_INET, &reinterpret_cast<sockaddr_in*>(i->ifa_addr)->sin_addr, text, sizeof text);
+      if (found.empty() && !d.ifName.empty() && d.ifName != "lo" && d.ifName == i->ifa_name)
+        found = text;
+      if (firstUp.empty() && (i->ifa_flags & IFF_UP) && !(i->ifa_flags & IFF_LOOPBACK))
+        firstUp = text;
+    }
+    freeifaddrs(list);
   }
+  if (!found.empty()) return found;
+  if (!d.ip.empty()) return d.ip;
+  if (d.ifName == "lo" || firstUp.empty()) return "127.0.0.1";
+  return firstUp;
+}
+
+// libupnp keeps SSDP only: it is told the served address, and its own
+// listener (on a port of its choosing) serves no documents and grants no
+// subscription.
+int initStack(const std::string& ip) {
+  // libupnp takes no port below 49152 and does not look past a taken one, and
+  // the first it would try is usually ours: find it a free one from there.
+  uint16_t port = 0;
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  if (inet_pton(AF_INET, ip.c_str(), &address.sin_addr) != 1) return UPNP_E_INVALID_PARAM;
+  for (uint16_t candidate = 49152; port == 0 && candidate < 49152 + 512; ++candidate) {
+    int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (probe < 0) break;
+    address.sin_port = htons(candidate);
+    if (bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) port = candidate;
+    close(probe);
+  }
+  int rc = UpnpInit(ip.c_str(), port);
+  if (rc == UPNP_E_SUCCESS) rc = UpnpEnableWebserver(0);
   return rc;
 }
 
-int addVirtualDir() {
-  if (g_device.vdir.empty()) return UPNP_E_SUCCESS;
-  int rc = UpnpAddVirtualDir(g_device.vdir.c_str(), nullptr, nullptr);
-  if (rc == UPNP_E_SUCCESS) rc = UpnpVirtualDir_set_GetInfoCallback(vdGetInfo);
-  if (rc == UPNP_E_SUCCESS) rc = UpnpVirtualDir_set_OpenCallback(vdOpen);
-  if (rc == UPNP_E_SUCCESS) rc = UpnpVirtualDir_set_ReadCallback(vdRead);
-  if (rc == UPNP_E_SUCCESS) rc = UpnpVirtualDir_set_WriteCallback(vdWrite);
-  if (rc == UPNP_E_SUCCESS) rc = UpnpVirtualDir_set_SeekCallback(vdSeek);
-  if (rc == UPNP_E_SUCCESS) rc = UpnpVirtualDir_set_CloseCallback(vdClose);
-  return rc;
+// The device answers only on the web server; what reaches libupnp's own
+// listener is refused.
+int refuseOnStackListener(Upnp_EventType type, const void* event, void*) {
+  void* record = const_cast<void*>(event);
+  if (!record) return 0;
+  if (type == UPNP_CONTROL_ACTION_REQUEST) {
+    auto* request = static_cast<UpnpActionRequest*>(record);
+    UpnpActionRequest_set_ErrCode(request, 401);
+    UpnpActionRequest_strcpy_ErrStr(request, "Invalid Action");
+  } else if (type == UPNP_CONTROL_GET_VAR_REQUEST) {
+    auto* request = static_cast<UpnpStateVarRequest*>(record);
+    UpnpStateVarRequest_set_ErrCode(request, 404);
+    UpnpStateVarRequest_strcpy_ErrStr(request, "Invalid Variable");
+  }
+  return 0;
+}
+
+// The description as served: bare '&' escaped, and with configBaseUrl the
+// URLBase of the server.
+std::string servedDescription(const char* description, size_t length, int configBaseUrl,
+                              const std::string& base) {
+  std::string desc = escapeBareAmpersands(description, length ? length : strlen(description));
+  size_t end = desc.rfind("</root>");
+  if (configBaseUrl && end != std::string::npos && desc.find("<URLBase>") == std::string::npos)
+    desc.insert(end, "<URLBase>" + base + "</URLBase>");
+  return desc;
 }
 
 }  // namespace
@@ -254,49 +252,40 @@ int UpnpDeviceStart2(int handle, int descType, const char* description, size_t l
   if (handle != kDeviceHandle || !g_device.registered) return UPNP_E_INVALID_HANDLE;
   if (descType != UPNPREG_BUF_DESC || !description) return UPNP_E_INVALID_PARAM;
   if (g_device.initialised) return UPNP_E_INIT;
-  int rc = initStack();
-  if (rc != UPNP_E_SUCCESS) {
-    DMS_LOG(kLogFailure, "cannot start the UPnP stack on %s %s port %u: %s",
-            g_device.ifName.c_str(), g_device.ip.c_str(), g_device.port, UpnpGetErrorMessage(rc));
-    return rc;
-  }
+  const std::string ip = serveAddress();
+  if (WebServerStart(ip.c_str(), g_device.port, g_device.files,
+                     {g_device.callback, g_device.cookie}) != 0)
+    return UPNP_E_SOCKET_BIND;
   g_device.initialised = true;
+  const std::string base = "http://" + ip + ":" + std::to_string(WebServerPort()) + "/";
+  int rc = UPNP_E_SUCCESS;
+  if (WebServerSetDescription(servedDescription(description, length, configBaseUrl, base)) != 0)
+    rc = UPNP_E_INVALID_DESC;
+  if (rc == UPNP_E_SUCCESS) rc = initStack(ip);
+  if (rc == UPNP_E_SUCCESS) g_device.stackUp = true;
+  // libupnp fetches the description from the web server and announces its URL.
+  const std::string descUrl = base + (kWebDescriptionPath + 1);
   UpnpDevice_Handle upnpHandle = -1;
-  std::string desc = escapeBareAmpersands(description, length ? length : strlen(description));
-  rc = addVirtualDir();
   if (rc == UPNP_E_SUCCESS)
-    rc = UpnpRegisterRootDevice2(UPNPREG_BUF_DESC, desc.c_str(), desc.size(), configBaseUrl,
-                                 g_device.callback, g_device.cookie, &upnpHandle);
+    rc = UpnpRegisterRootDevice(descUrl.c_str(), refuseOnStackListener, nullptr, &upnpHandle);
   if (rc == UPNP_E_SUCCESS) {
     g_upnpHandle = upnpHandle;
-    rc = UpnpSendAdvertisement(upnpHandle, g_device.maxAge);
+    rc = UpnpSetMaxSubscriptions(upnpHandle, 0);
   }
-  if (rc == UPNP_E_SUCCESS && g_device.files &&
-      MediaServerStart(UpnpGetServerIpAddress(), mediaPort(g_device.port), g_device.files) != 0)
-    rc = UPNP_E_SOCKET_BIND;
+  if (rc == UPNP_E_SUCCESS) rc = UpnpSendAdvertisement(upnpHandle, g_device.maxAge);
   if (rc != UPNP_E_SUCCESS) {
-    DMS_LOG(kLogFailure, "cannot register the device: %s", UpnpGetErrorMessage(rc));
+    DMS_LOG(kLogFailure, "cannot start the device on %s: %s", ip.c_str(), UpnpGetErrorMessage(rc));
     UpnpDeviceStop(handle);
     return rc;
   }
-  DMS_LOG(kLogEvent, "device at http://%s:%u/description.xml", UpnpGetServerIpAddress(),
-          UpnpGetServerPort());
+  DMS_LOG(kLogEvent, "device at %s", descUrl.c_str());
   return UPNP_E_SUCCESS;
 }
 
 int UpnpDeviceGetServerAddress(char* ip, size_t ipSize, uint16_t* port) {
-  if (!g_device.initialised || !ip || !port) return -1;
-  const char* served = UpnpGetServerIpAddress();
-  snprintf(ip, ipSize, "%s", served ? served : "");
-  *port = UpnpGetServerPort();
-  return 0;
-}
-
-int UpnpDeviceGetMediaServerAddress(char* ip, size_t ipSize, uint16_t* port) {
-  if (!g_device.initialised || !ip || !port || MediaServerPort() == 0) return -1;
-  const char* served = UpnpGetServerIpAddress();
-  snprintf(ip, ipSize, "%s", served ? served : "");
-  *port = MediaServerPort();
+  if (!g_device.initialised || !ip || !port || WebServerPort() == 0) return -1;
+  snprintf(ip, ipSize, "%s", serveAddress().c_str());
+  *port = WebServerPort();
   return 0;
 }
 
@@ -305,8 +294,9 @@ int UpnpDeviceStop(int handle) {
   if (!g_device.initialised) return UPNP_E_FINISH;
   UpnpDevice_Handle upnpHandle = g_upnpHandle.exchange(-1);
   if (upnpHandle >= 0) UpnpUnRegisterRootDevice(upnpHandle);  // says byebye
-  UpnpFinish();
-  MediaServerStop();
+  if (g_device.stackUp) UpnpFinish();
+  WebServerStop();
+  g_device.stackUp = false;
   g_device.initialised = false;
   return UPNP_E_SUCCESS;
 }
@@ -320,14 +310,23 @@ int UpnpDeviceUnReg(int handle) {
 int UpnpDeviceAcceptSubscription(int handle, const char* udn, const char* serviceId,
                                  const char** names, const char** values, int count,
                                  const char* sid) {
-  UpnpDevice_Handle upnpHandle = g_upnpHandle;
-  if (handle != kDeviceHandle || upnpHandle < 0) return UPNP_E_INVALID_HANDLE;
-  return UpnpAcceptSubscription(upnpHandle, udn, serviceId, names, values, count, sid);
+  (void)udn;  // one device: its services' ids are enough
+  if (handle != kDeviceHandle || !g_device.initialised) return UPNP_E_INVALID_HANDLE;
+  return GenaAccept(serviceId, sid, names, values, count) == 0 ? UPNP_E_SUCCESS
+                                                               : UPNP_E_BAD_REQUEST;
 }
 
 int UpnpDeviceNotify(int handle, const char* udn, const char* serviceId, const char** names,
                      const char** values, int count) {
-  UpnpDevice_Handle upnpHandle = g_upnpHandle;
-  if (handle != kDeviceHandle || upnpHandle < 0) return UPNP_E_INVALID_HANDLE;
-  return UpnpNotify(upnpHandle, udn, serviceId, names, values, count);
+  (void)udn;
+  if (handle != kDeviceHandle || !g_device.initialised) return UPNP_E_INVALID_HANDLE;
+  return GenaNotify(serviceId, names, values, count) == 0 ? UPNP_E_SUCCESS : UPNP_E_INVALID_PARAM;
+}
+
+// Control bodies are bounded by the web server with the limit the daemon
+// gives the stack (linked with --wrap=UpnpSetMaxContentLength).
+extern "C" int __real_UpnpSetMaxContentLength(size_t contentLength);
+extern "C" int __wrap_UpnpSetMaxContentLength(size_t contentLength) {
+  WebServerSetMaxBody(contentLength);
+  return __real_UpnpSetMaxContentLength(contentLength);
 }

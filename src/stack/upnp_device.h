@@ -1,6 +1,6 @@
 // The device interface the daemon calls on the UPnP stack: one root device,
-// registered, configured, started (SSDP advertisement, description, SOAP,
-// GENA and the web server's virtual directory) and stopped. Only this folder
+// registered, configured, started (SSDP advertisement by libupnp; description,
+// SOAP, GENA and the virtual directory on one web server of ours) and stopped. Only this folder
 // and src/upnp talk to the stack's libraries.
 //
 // Registration and start/stop run on the main thread; GetUUID, Notify and
@@ -41,21 +41,19 @@ int UpnpDeviceSetServerSocketInfo(int handle, const char* ip, const char* ipv6Ll
 int UpnpDeviceSetAdPara(int handle, int maxAge, int repeat);
 
 // The callbacks that serve files under the virtual directory `dir` ("/web"):
-// the documents on the UPnP port, and every path on the media port.
+// every GET and HEAD that is not the description.
 int UpnpDeviceSetVDirAndCallbacks(const char* dir, const DlnaVirtualDirCallbacks* callbacks);
 
-// Starts the stack, registers the description and advertises. descType 2: the
-// description is the text in `description` (`length` 0: up to its NUL);
-// configBaseUrl 1: the stack adds a URLBase. 0 or negative.
+// Starts the web server on the configured address and port, publishes the
+// description there and advertises it. descType 2: the description is the text
+// in `description` (`length` 0: up to its NUL); configBaseUrl 1: a URLBase of
+// the server is added. 0 or negative.
 int UpnpDeviceStart2(int handle, int descType, const char* description, size_t length,
                      int configBaseUrl);
 
-// The address and UPnP port actually served on, once started; 0 or -1.
+// The address and port the web server actually serves on, once started (the
+// configured port may be 0 and the address empty); 0 or -1.
 int UpnpDeviceGetServerAddress(char* ip, size_t ipSize, uint16_t* port);
-
-// The address and port of the media web server, which serves everything under
-// the virtual directory with sendfile and byte ranges; 0 or -1.
-int UpnpDeviceGetMediaServerAddress(char* ip, size_t ipSize, uint16_t* port);
 
 // Says goodbye on the network and stops the stack. 0 or negative.
 int UpnpDeviceStop(int handle);

@@ -450,10 +450,10 @@ int registerAndStart(DlnaInfo* info, const DmsCfg* config, const char* name, con
     return -1;
   }
   DMS_LOG(kLogTrace, "UpnpDeviceStart2 Success.");
-  // Media URLs must carry what the media server really bound: the configured
-  // port may be 0 and the address empty.
+  // URLs must carry what the web server really bound: the configured port may
+  // be 0 and the address empty.
   uint16_t port = 0;
-  if (UpnpDeviceGetMediaServerAddress(info->ip, sizeof info->ip, &port) == 0) info->port = port;
+  if (UpnpDeviceGetServerAddress(info->ip, sizeof info->ip, &port) == 0) info->port = port;
   return 0;
 }
 

@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kCdsType[] = "urn:schemas-upnp-org:service:ContentDirectory:1";
-constexpr char kMedia[] = "http://127.0.0.1:49153";
+constexpr char kMedia[] = "http://127.0.0.1:49152";
 constexpr size_t kBigPadding = 16 << 20;  // more than loopback buffers hold
 
 std::string readAll(const std::string& path) {
@@ -73,7 +73,7 @@ int sendRaw(const std::string& request) {
   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
   sockaddr_in addr{};
   addr.sin_family = AF_INET;
-  addr.sin_port = htons(49153);
+  addr.sin_port = htons(49152);
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
       send(fd, request.data(), request.size(), MSG_NOSIGNAL) < 0) {

@@ -81,12 +81,6 @@ int UpnpDeviceGetServerAddress(char* ip, size_t ipSize, uint16_t* port) {
   return 0;
 }
 
-int UpnpDeviceGetMediaServerAddress(char* ip, size_t ipSize, uint16_t* port) {
-  snprintf(ip, ipSize, "127.0.0.1");
-  *port = 49153;
-  return 0;
-}
-
 int UpnpDeviceStop(int) {
   return deviceCall("UpnpDeviceStop");
 }

@@ -221,7 +221,7 @@ TEST_F(UpnpDmsDevice, InitRegistersAndStartsWithTheFilledTemplate) {
   EXPECT_EQ(fakeDeviceCalls(), kStartSteps);
   EXPECT_EQ(info_.deviceHandle, 1);
   EXPECT_STREQ(info_.ip, "127.0.0.1");
-  EXPECT_EQ(info_.port, 49153);  // the media server's port
+  EXPECT_EQ(info_.port, 49152);  // the web server's port
   EXPECT_EQ(fakeStartedDescription(), kExpectedDesc);
 }
 
