@@ -10,6 +10,7 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -129,8 +130,6 @@ bool IsType(IXML_Node* node, IXML_NODE_TYPE type) {
   return node && ixmlNode_getNodeType(node) == type;
 }
 
-void PrintChain(PrintBuffer& out, IXML_Node* node);
-
 void PrintAttribute(PrintBuffer& out, IXML_Node* attribute) {
   out.appendText(ixmlNode_getNodeName(attribute));
   out.append("=\"");
@@ -138,22 +137,12 @@ void PrintAttribute(PrintBuffer& out, IXML_Node* attribute) {
   out.append("\"");
 }
 
-// Start tag, children and end tag up to `close`. The public API has no getter
-// for the first attribute without building a map, so it is read directly.
-void PrintElement(PrintBuffer& out, IXML_Node* element, std::string_view close) {
-  const char* name = ixmlNode_getNodeName(element);
-  out.append("<");
-  out.appendText(name);
-  if (element->firstAttr) {
-    out.append(" ");
-    PrintChain(out, element->firstAttr);
+// An element's attributes: a chain of attribute nodes, blank-separated.
+void PrintAttributes(PrintBuffer& out, IXML_Node* attribute) {
+  for (; attribute; attribute = ixmlNode_getNextSibling(attribute)) {
+    PrintAttribute(out, attribute);
+    if (ixmlNode_getNextSibling(attribute)) out.append(" ");
   }
-  IXML_Node* child = ixmlNode_getFirstChild(element);
-  out.append(IsType(child, eELEMENT_NODE) ? ">\r\n" : ">");
-  PrintChain(out, child);
-  out.append("</");
-  out.appendText(name);
-  out.append(close);
 }
 
 // A node that ends its chain: nothing after it among its siblings is printed.
@@ -179,44 +168,68 @@ void PrintLeaf(PrintBuffer& out, IXML_Node* node) {
   }
 }
 
-// A node and its following siblings as libixml prints children: elements and
-// attributes continue the chain, a document continues with its own children,
-// anything else ends it. Recursion goes by depth only.
-void PrintChain(PrintBuffer& out, IXML_Node* node) {
-  while (node) {
-    IXML_Node* next = ixmlNode_getNextSibling(node);
-    switch (ixmlNode_getNodeType(node)) {
-      case eELEMENT_NODE:
-        PrintElement(out, node, IsType(next, eTEXT_NODE) ? ">" : ">\r\n");
-        break;
-      case eATTRIBUTE_NODE:
-        PrintAttribute(out, node);
-        if (next) out.append(" ");
-        break;
-      case eDOCUMENT_NODE:
-        next = ixmlNode_getFirstChild(node);
-        break;
-      default:
-        PrintLeaf(out, node);
-        return;
+// An element whose end tag is still to come: its name, what follows the end
+// tag, and the sibling the walk goes on with after it.
+struct OpenElement {
+  const char* name;
+  std::string_view close;
+  IXML_Node* next;
+};
+
+// A node and (with `siblings`) its following siblings as libixml prints
+// children: elements and attributes continue the chain, a document continues
+// with its own children, anything else ends it. Open elements are kept on a
+// stack of our own, so a deep tree costs heap, not call stack.
+void PrintChain(PrintBuffer& out, IXML_Node* node, bool siblings) {
+  std::vector<OpenElement> open;
+  for (;;) {
+    while (node) {
+      IXML_Node* next = siblings || !open.empty() ? ixmlNode_getNextSibling(node) : nullptr;
+      switch (ixmlNode_getNodeType(node)) {
+        case eELEMENT_NODE: {
+          const char* name = ixmlNode_getNodeName(node);
+          out.append("<");
+          out.appendText(name);
+          // The public API has no getter for the first attribute without
+          // building a map, so it is read directly.
+          if (node->firstAttr) {
+            out.append(" ");
+            PrintAttributes(out, node->firstAttr);
+          }
+          IXML_Node* child = ixmlNode_getFirstChild(node);
+          out.append(IsType(child, eELEMENT_NODE) ? ">\r\n" : ">");
+          open.push_back({name, IsType(next, eTEXT_NODE) ? ">" : ">\r\n", next});
+          next = child;
+          break;
+        }
+        case eATTRIBUTE_NODE:
+          PrintAttribute(out, node);
+          if (next) out.append(" ");
+          break;
+        case eDOCUMENT_NODE:
+          next = ixmlNode_getFirstChild(node);
+          break;
+        default:
+          PrintLeaf(out, node);
+          next = nullptr;
+          break;
+      }
+      node = next;
     }
-    node = next;
+    if (open.empty()) return;
+    out.append("</");
+    out.appendText(open.back().name);
+    out.append(open.back().close);
+    node = open.back().next;
+    open.pop_back();
   }
 }
 
-// The node asked for, without its siblings.
+// The node asked for, without its siblings (an element or attribute), or the
+// chain it ends or begins (anything else).
 void PrintTop(PrintBuffer& out, IXML_Node* node) {
-  switch (ixmlNode_getNodeType(node)) {
-    case eELEMENT_NODE:
-      PrintElement(out, node, ">\r\n");
-      break;
-    case eATTRIBUTE_NODE:
-      PrintAttribute(out, node);
-      break;
-    default:  // these end their chain at once, or go on into their children
-      PrintChain(out, node);
-      break;
-  }
+  if (IsType(node, eATTRIBUTE_NODE)) return PrintAttribute(out, node);
+  PrintChain(out, node, !IsType(node, eELEMENT_NODE));
 }
 
 }  // namespace

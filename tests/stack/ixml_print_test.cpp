@@ -5,6 +5,7 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <upnp/upnp.h>
 #include <upnp/upnptools.h>
 
@@ -191,3 +192,43 @@ TEST(IxmlPrint, EmptyInputsMatch) {
 }
 
 }  // namespace
+
+// A hostile control body can nest as deep as the parser lets it; printing
+// such a tree must not grow the call stack with it: it is printed here on a
+// thread with a gateway's small stack. (Built bottom-up: the parser itself is
+// quadratic in the depth.)
+TEST(IxmlPrint, DeepTreePrintsWithoutRecursion) {
+  constexpr int kDepth = 10000;
+  IXML_Document* doc = ixmlDocument_createDocument();
+  ASSERT_TRUE(doc);
+  IXML_Node* inner = ixmlDocument_createTextNode(doc, "x");
+  for (int i = 0; i < kDepth; ++i) {
+    IXML_Element* outer = ixmlDocument_createElement(doc, "a");
+    ASSERT_TRUE(outer);
+    ASSERT_EQ(ixmlNode_appendChild(&outer->n, inner), IXML_SUCCESS);
+    inner = &outer->n;
+  }
+  ASSERT_EQ(ixmlNode_appendChild(&doc->n, inner), IXML_SUCCESS);
+  struct Job {
+    IXML_Document* doc;
+    std::string text;
+  } job{doc, {}};
+  pthread_attr_t attr;
+  pthread_attr_init(&attr);
+  pthread_attr_setstacksize(&attr, 128 * 1024);
+  pthread_t thread;
+  auto print = [](void* arg) -> void* {
+    auto* j = static_cast<Job*>(arg);
+    DOMString printed = ixmlPrintDocument(j->doc);
+    if (printed) j->text = printed;
+    ixmlFreeDOMString(printed);
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, &attr, print, &job), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attr);
+  // Every start tag but the innermost and every end tag is followed by "\r\n".
+  const size_t tags = kDepth * strlen("<a></a>") + 2 * (kDepth - 1) + 2 * kDepth;
+  EXPECT_EQ(job.text.size(), strlen("<?xml version=\"1.0\"?>\r\n") + tags + 1);
+  ixmlDocument_free(doc);
+}
