@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -123,6 +124,18 @@ char* copyText(const std::string& text) {
   return copy;
 }
 
+// The object id of a URL: its last path component read as atoi reads it,
+// except that a number beyond the 32-bit range names no object (-1) instead
+// of wrapping onto one.
+int32_t urlObjectId(const char* url) {
+  const char* slash = strrchr(url, '/');
+  const char* text = slash ? slash + 1 : url;
+  errno = 0;
+  long long id = strtoll(text, nullptr, 10);
+  if (errno == ERANGE || id > INT32_MAX || id < INT32_MIN) return -1;
+  return static_cast<int32_t>(id);
+}
+
 // What a request needs of the object a URL names, copied under the tree lock.
 struct DlnaUrlObject {
   char* path = nullptr;  // owned disk path
@@ -138,8 +151,7 @@ bool resolveUrl(const char* url, DlnaUrlObject* object) {
     object->path = copyText(url);
     return object->path != nullptr;
   }
-  const char* slash = strrchr(url, '/');
-  int32_t id = atoi(slash ? slash + 1 : url);
+  int32_t id = urlObjectId(url);
   std::shared_lock lock(g_tDlnaInfo.lock);
   const DlnaEntry* entry = dlnaGetEntry(&g_tDlnaInfo, id);
   if (!entry || !entry->media || entry->title.empty()) return false;
@@ -402,8 +414,7 @@ char* dlnaGetFullPath(const DlnaEntry* entry, const char* url) {
 int parseFileInfo(const char* url, DlnaReqFileInfo* out) {
   if (!url || !out) return -1;
   *out = {};
-  const char* slash = strrchr(url, '/');
-  out->objectId = atoi(slash ? slash + 1 : url);
+  out->objectId = urlObjectId(url);
   std::shared_lock lock(g_tDlnaInfo.lock);
   const DlnaEntry* entry = dlnaGetEntry(&g_tDlnaInfo, out->objectId);
   if (!entry || entry->title.empty()) return -1;

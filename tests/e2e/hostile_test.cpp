@@ -1,0 +1,350 @@
+// A hostile client on the LAN against the one web server: oversized and deeply
+// nested bodies, huge headers, subscriptions that point elsewhere or flood,
+// foreign Host names, held and bursting connections, and libupnp's own
+// listener. Each is answered with a clear status, the daemon stays small and
+// keeps answering other clients promptly. Other clients come from other
+// loopback addresses, as they would from other hosts.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <poll.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "e2e/daemon.h"
+#include "e2e/upnp_client.h"
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using namespace std::string_literals;
+
+namespace {
+
+constexpr char kBase[] = "http://127.0.0.1:49152";
+constexpr char kCdsType[] = "urn:schemas-upnp-org:service:ContentDirectory:1";
+
+// A socket from `source` to 127.0.0.1:`port`, or -1.
+int connectFrom(const char* source, uint16_t port = 49152) {
+  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  timeval tv{5, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
+  sockaddr_in from{};
+  from.sin_family = AF_INET;
+  inet_pton(AF_INET, source, &from.sin_addr);
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(port);
+  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (bind(fd, reinterpret_cast<sockaddr*>(&from), sizeof from) != 0 ||
+      connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to) != 0) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+// Sends `request` (as far as the server reads it) and returns the status code
+// of the answer; 0 when none came.
+int statusOf(int fd, const std::string& request) {
+  for (size_t sent = 0; sent < request.size();) {
+    ssize_t n = send(fd, request.data() + sent, std::min<size_t>(request.size() - sent, 1 << 20),
+                     MSG_NOSIGNAL);
+    if (n <= 0) break;  // the server may answer and close before reading it all
+    sent += static_cast<size_t>(n);
+  }
+  char buf[64] = {};
+  ssize_t n = recv(fd, buf, sizeof buf - 1, 0);
+  return n > 12 && strncmp(buf, "HTTP/1.", 7) == 0 ? atoi(buf + 9) : 0;
+}
+
+int requestFrom(const char* source, const std::string& request, uint16_t port = 49152) {
+  int fd = connectFrom(source, port);
+  if (fd < 0) return -1;
+  int status = statusOf(fd, request);
+  close(fd);
+  return status;
+}
+
+std::string soapPost(const std::string& body, const std::string& extraHeaders = "") {
+  return "POST /web/cds_control HTTP/1.1\r\nHost: 127.0.0.1:49152\r\nSOAPACTION: \"" +
+         std::string(kCdsType) + "#Browse\"\r\nContent-Type: text/xml\r\n" + extraHeaders +
+         "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+std::string nested(int depth) {
+  std::string xml;
+  xml.reserve(depth * 7);
+  for (int i = 0; i < depth; ++i) xml += "<a>";
+  for (int i = 0; i < depth; ++i) xml += "</a>";
+  return xml;
+}
+
+// The request with its body sent as chunks of at most 64 KiB.
+std::string chunked(const std::string& head, const std::string& body) {
+  std::string out = head + "Transfer-Encoding: chunked\r\n\r\n";
+  for (size_t at = 0; at < body.size(); at += 65536) {
+    size_t n = std::min<size_t>(65536, body.size() - at);
+    char size[16];
+    snprintf(size, sizeof size, "%zx\r\n", n);
+    out += size;
+    out.append(body, at, n);
+    out += "\r\n";
+  }
+  return out + "0\r\n\r\n";
+}
+
+long rssKiB(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  std::string line;
+  while (std::getline(status, line))
+    if (line.rfind("VmRSS:", 0) == 0) return atol(line.c_str() + 6);
+  return -1;
+}
+
+class Hostile : public testing::Test {
+ protected:
+  void SetUp() override {
+    char tmpl[] = "/tmp/dmsd-hostile-XXXXXX";
+    share_ = mkdtemp(tmpl);
+    fs::copy_file(fs::path(DMSD_TEST_MEDIA) / "mp3_apic.mp3", share_ + "/song.mp3");
+    dmsd_.startWithConfig(
+        "Enable = 1\nPort = 49152\nRescanTime = 0\nIPAddress = 127.0.0.1\n"
+        "Interface = lo\nDmsName = T\nContentList = " +
+            share_ + "\n",
+        {"--data-dir", DMSD_DATA_DIR});
+    ASSERT_TRUE(dmsd_.waitForLog("music:1"));
+    e2e::Xml didl = browse("0$1$10");
+    ASSERT_EQ(didl.children.size(), 1u);
+    const e2e::Xml* res = didl.children[0].child("res");
+    ASSERT_TRUE(res);
+    songUrl_ = res->text;
+  }
+  void TearDown() override {
+    dmsd_.stop();
+    fs::remove_all(share_);
+  }
+
+  e2e::Xml browse(const std::string& id) {
+    e2e::SoapResult r = e2e::soapAction(std::string(kBase) + "/web/cds_control", kCdsType, "Browse",
+                                        {{"ObjectID", id},
+                                         {"BrowseFlag", "BrowseDirectChildren"},
+                                         {"Filter", "*"},
+                                         {"StartingIndex", "0"},
+                                         {"RequestedCount", "0"},
+                                         {"SortCriteria", ""}});
+    EXPECT_TRUE(r.ok()) << r.http.raw;
+    return e2e::parseXml(e2e::findField(r.out, "Result").value_or("")).value_or(e2e::Xml{});
+  }
+
+  // A Browse and a media GET from another client answer, each within a second.
+  void expectOthersServedPromptly(const char* what) {
+    auto start = Clock::now();
+    EXPECT_EQ(browse("0$1$10").children.size(), 1u) << what;
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(1)) << what << ": Browse";
+    start = Clock::now();
+    EXPECT_EQ(e2e::httpRequest(songUrl_, "GET", {{"Host", "127.0.0.1:49152"}}).status, 200) << what;
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(1)) << what << ": media GET";
+  }
+
+  std::string share_;
+  std::string songUrl_;
+  DmsdProcess dmsd_;
+};
+
+TEST_F(Hostile, BodiesAndHeadersAreBoundedAndMemoryReturns) {
+  const long baseline = rssKiB(dmsd_.pid());
+  const std::string head =
+      "POST /web/cds_control HTTP/1.1\r\nHost: 127.0.0.1:49152\r\nSOAPACTION: \"" +
+      std::string(kCdsType) + "#Browse\"\r\n";
+  const std::string deep = nested(100000);
+  const struct {
+    const char* what;
+    std::string request;
+    int status;
+  } cases[] = {
+      {"100,000 levels, Content-Length", soapPost(deep), 413},
+      {"100,000 levels, chunked", chunked(head, deep), 413},
+      {"34,000 levels under the body limit", soapPost(nested(34000)), 400},
+      {"120 MB chunked", chunked(head, std::string(120 << 20, 'x')), 413},
+      {"not XML", soapPost("<s:Envelope"), 400},
+  };
+  for (const auto& c : cases) EXPECT_EQ(requestFrom("127.0.0.2", c.request), c.status) << c.what;
+  // 30 MB of headers: refused (431) or cut off, never taken in.
+  std::string headers = "GET /description.xml HTTP/1.1\r\nHost: 127.0.0.1\r\n";
+  for (int i = 0; headers.size() < (30u << 20); ++i)
+    headers += "X-" + std::to_string(i) + ": " + std::string(1000, 'h') + "\r\n";
+  int status = requestFrom("127.0.0.2", headers + "\r\n");
+  EXPECT_TRUE(status == 431 || status == 413 || status == 0) << status;
+
+  EXPECT_LT(rssKiB(dmsd_.pid()), baseline + 8 * 1024) << "baseline " << baseline << " KiB";
+  expectOthersServedPromptly("after the oversized requests");
+}
+
+TEST_F(Hostile, SubscriptionsNameTheirOwnAddressAndAreCapped) {
+  // A listener on a second address that must never hear from the daemon.
+  int bystander = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in at{};
+  at.sin_family = AF_INET;
+  inet_pton(AF_INET, "127.0.0.2", &at.sin_addr);
+  ASSERT_EQ(bind(bystander, reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
+  ASSERT_EQ(listen(bystander, 64), 0);
+  socklen_t size = sizeof at;
+  getsockname(bystander, reinterpret_cast<sockaddr*>(&at), &size);
+  const std::string elsewhere = "<http://127.0.0.2:" + std::to_string(ntohs(at.sin_port)) + "/e>";
+
+  auto subscribe = [](const std::string& headers) {
+    return "SUBSCRIBE /web/cds_event HTTP/1.1\r\nHost: 127.0.0.1:49152\r\n" + headers + "\r\n";
+  };
+  const struct {
+    const char* what;
+    std::string headers;
+    int status;
+  } cases[] = {
+      {"no CALLBACK", "NT: upnp:event\r\n", 412},
+      {"no NT", "CALLBACK: <http://127.0.0.1:9/>\r\n", 412},
+      {"another host", "NT: upnp:event\r\nCALLBACK: " + elsewhere + "\r\n", 412},
+      {"ftp", "NT: upnp:event\r\nCALLBACK: <ftp://127.0.0.1:21/>\r\n", 412},
+      {"SID with NT", "SID: uuid:x\r\nNT: upnp:event\r\n", 400},
+      {"unknown SID", "SID: uuid:x\r\n", 412},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(requestFrom("127.0.0.1", subscribe(c.headers)), c.status) << c.what;
+
+  // A flood from one address whose callbacks accept but never answer.
+  int silent = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in sat{};
+  sat.sin_family = AF_INET;
+  inet_pton(AF_INET, "127.0.0.3", &sat.sin_addr);
+  ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr*>(&sat), sizeof sat), 0);
+  ASSERT_EQ(listen(silent, 512), 0);
+  size = sizeof sat;
+  getsockname(silent, reinterpret_cast<sockaddr*>(&sat), &size);
+  const std::string flood =
+      subscribe("NT: upnp:event\r\nTIMEOUT: Second-99999999999\r\nCALLBACK: <http://127.0.0.3:" +
+                std::to_string(ntohs(sat.sin_port)) + "/e>\r\n");
+  int granted = 0;
+  for (int i = 0; i < 3000; ++i) granted += requestFrom("127.0.0.3", flood) == 200;
+  EXPECT_GT(granted, 0);
+  EXPECT_LE(granted, 64) << "subscriptions from one address are capped";
+
+  // A legitimate subscriber still gets its initial event at once, and the
+  // granted timeout is bounded.
+  e2e::EventListener listener;
+  auto start = Clock::now();
+  e2e::HttpResponse r = e2e::httpRequest(std::string(kBase) + "/web/cds_event", "SUBSCRIBE",
+                                         {{"CALLBACK", "<" + listener.callbackUrl() + ">"},
+                                          {"NT", "upnp:event"},
+                                          {"TIMEOUT", "Second-99999999999"}});
+  ASSERT_EQ(r.status, 200) << r.raw;
+  EXPECT_EQ(r.header("TIMEOUT").value_or(""), "Second-1800");
+  EXPECT_EQ(r.header("SID").value_or("").rfind("uuid:", 0), 0u);
+  std::optional<e2e::GenaEvent> initial = listener.next(1s);
+  ASSERT_TRUE(initial);
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(1));
+  EXPECT_EQ(initial->seq, "0");
+
+  pollfd p{bystander, POLLIN, 0};
+  EXPECT_EQ(poll(&p, 1, 500), 0) << "a callback at another address was contacted";
+  close(bystander);
+  close(silent);
+}
+
+TEST_F(Hostile, ForeignHostNamesAreRefused) {
+  const std::string path = songUrl_.substr(songUrl_.find("/web/"));
+  for (const std::string& request :
+       {"GET /description.xml HTTP/1.1\r\nHost: evil.example\r\n\r\n"s,
+        "GET /web/cds.xml HTTP/1.1\r\nHost: evil.example:49152\r\n\r\n"s,
+        "GET " + path + " HTTP/1.1\r\nHost: evil.example\r\n\r\n",
+        "POST /web/cds_control HTTP/1.1\r\nHost: 127.0.0.1.evil.example\r\n"
+        "Content-Length: 0\r\n\r\n"s})
+    EXPECT_EQ(requestFrom("127.0.0.1", request), 403) << request;
+  EXPECT_EQ(
+      requestFrom("127.0.0.1", "GET /description.xml HTTP/1.1\r\nHost: 127.0.0.1:49152\r\n\r\n"),
+      200);
+  // An id beyond 32 bits does not wrap onto a real object.
+  const std::string last = path.substr(path.rfind('/') + 1);
+  const std::string id = last.substr(0, last.find('.'));
+  EXPECT_EQ(
+      e2e::httpRequest(std::string(kBase) + "/web/" + std::to_string(4294967296LL + stoll(id)),
+                       "GET", {{"Host", "127.0.0.1:49152"}})
+          .status,
+      404);
+}
+
+TEST_F(Hostile, HeldConnectionsNeitherStallOthersNorDelayTheStop) {
+  for (int held : {20, 64, 200}) {
+    std::vector<int> fds;
+    for (int i = 0; i < held; ++i) {
+      int fd = connectFrom("127.0.0.2");
+      if (fd < 0) continue;
+      // Half stay silent, half trickle the start of a request.
+      if (i % 2) send(fd, "GET /desc", 9, MSG_NOSIGNAL);
+      fds.push_back(fd);
+    }
+    expectOthersServedPromptly(("with " + std::to_string(held) + " held").c_str());
+    for (int fd : fds) close(fd);
+  }
+  // A burst that connects and leaves at once: the port serves right after.
+  for (int i = 0; i < 200; ++i) {
+    int fd = connectFrom("127.0.0.2");
+    if (fd >= 0) close(fd);
+  }
+  expectOthersServedPromptly("after a burst");
+
+  std::vector<int> fds;
+  for (int i = 0; i < 20; ++i) fds.push_back(connectFrom("127.0.0.2"));
+  auto start = Clock::now();
+  EXPECT_EQ(dmsd_.stop(2s), 0);
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(2));
+  for (int fd : fds)
+    if (fd >= 0) close(fd);
+}
+
+// libupnp opens a listener of its own whatever we do: it serves nothing.
+TEST_F(Hostile, StackListenerGivesNothingAway) {
+  uint16_t port = 0;
+  std::ifstream tcp("/proc/" + std::to_string(dmsd_.pid()) + "/net/tcp");
+  std::string line;
+  while (std::getline(tcp, line)) {
+    unsigned local = 0, localPort = 0, state = 0;
+    if (sscanf(line.c_str(), " %*d: %8X:%4X %*8X:%*4X %2X", &local, &localPort, &state) == 3 &&
+        state == 0x0A && localPort != 49152)
+      port = static_cast<uint16_t>(localPort);
+  }
+  ASSERT_NE(port, 0) << "no second listener found";
+  const std::string host = "Host: 127.0.0.1:" + std::to_string(port) + "\r\n";
+  EXPECT_NE(requestFrom("127.0.0.1", "GET /description.xml HTTP/1.1\r\n" + host + "\r\n", port),
+            200);
+  EXPECT_NE(requestFrom("127.0.0.1", "GET /web/cds.xml HTTP/1.1\r\n" + host + "\r\n", port), 200);
+  const std::string browse =
+      "<?xml version=\"1.0\"?><s:Envelope xmlns:s=\"http://schemas.xmlsoap.org/soap/envelope/\">"
+      "<s:Body><u:Browse xmlns:u=\"" +
+      std::string(kCdsType) +
+      "\"><ObjectID>0</ObjectID><BrowseFlag>BrowseDirectChildren</BrowseFlag></u:Browse>"
+      "</s:Body></s:Envelope>";
+  EXPECT_NE(requestFrom("127.0.0.1",
+                        "POST /web/cds_control HTTP/1.1\r\n" + host + "SOAPACTION: \"" + kCdsType +
+                            "#Browse\"\r\nContent-Length: " + std::to_string(browse.size()) +
+                            "\r\n\r\n" + browse,
+                        port),
+            200);
+  e2e::EventListener listener;
+  EXPECT_NE(requestFrom("127.0.0.1",
+                        "SUBSCRIBE /web/cds_event HTTP/1.1\r\n" + host + "NT: upnp:event\r\n" +
+                            "CALLBACK: <" + listener.callbackUrl() + ">\r\n\r\n",
+                        port),
+            200);
+  EXPECT_FALSE(listener.next(500ms)) << "libupnp's listener sent an event";
+}
+
+}  // namespace
