@@ -126,14 +126,16 @@ bool isMpeg1Picture(const MediaInfo* info) {
   return false;
 }
 
-// The H.264 profile byte of a decoder configuration with 4-byte NAL lengths
-// and a level of 3.0 to 4.1; 0 when unknown.
+// The H.264 profile byte of the kept decoder configuration, or 0. The
+// Matroska reader keeps the first four bytes of the record (version, profile,
+// compatibility, level) and no other length; no level outside 3.0 to 4.1 fits
+// an HD profile.
 uint32_t mkvAvcProfile(const MediaInfo* info) {
-  if (info->video_config_size < 5 || info->video_config_size > kMediaConfigSize) return 0;
+  constexpr uint32_t kKeptRecord = 4;
+  if (info->video_config_size != kKeptRecord) return 0;
   const uint8_t* config = info->video_config;
-  uint32_t lengthSize = (config[4] & 0x03u) + 1;
   uint32_t level = config[3];
-  if (lengthSize != 4 || level < 30 || level > 41) return 0;
+  if (level < 30 || level > 41) return 0;
   return config[1];
 }
 
