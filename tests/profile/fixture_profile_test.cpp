@@ -61,13 +61,13 @@ TEST_F(FixtureProfiles, EveryFileGetsItsProfile) {
       {"avi_mpeg4_mp3.avi", "NON-DLNA", "video/x-msvideo", 2},
       {"asf_wmv2.wmv", "NON-DLNA", "video/x-ms-wmv", 2},
       {"flv_h264_aac_meta.flv", "NON-DLNA", "video/x-flv", 2},
-      {"h264_ac3_1080.m2ts", nullptr, nullptr, 0},
-      {"mpeg2_m2ts.m2ts", nullptr, nullptr, 0},
       {"mkv_h264_high_ac3.mkv", "NON-DLNA", "video/x-matroska", 2},  // level 1.3
       {"mkv_h264_high41_ac3.mkv", "AVC_MKV_HP_HD_AC3", "video/x-matroska", 2},
       {"mkvmerge_h264_high41_ac3.mkv", "AVC_MKV_HP_HD_AC3", "video/x-matroska", 2},
       {"mkv_h264_main31_aac.mkv", "AVC_MKV_MP_HD_AAC_MULT5", "video/x-matroska", 2},
       {"mkvmerge_h264_main31_heaac.mkv", "AVC_MKV_MP_HD_HEAAC_L4", "video/x-matroska", 2},
+      {"h264_ac3_1080.m2ts", "AVC_TS_MP_HD_AC3_T", "video/vnd.dlna.mpeg-tts", 2},
+      {"mpeg2_m2ts.m2ts", "MPEG_TS_SD_EU_T", "video/vnd.dlna.mpeg-tts", 2},
       {"webm_vp8.webm", nullptr, nullptr, 0},
   };
   std::vector<std::string> entries;  // what SourceProtocolInfo must hold, once each

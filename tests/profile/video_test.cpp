@@ -151,7 +151,8 @@ TEST(ProfileVideo, MatroskaFlvAviAndContainerProfiles) {
       {mkv, kMkvNon, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000, 1, 0, 66, 41},
       {mkv, kMkvNon, "matroska", 0, kM4v, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000, 1, 0, 100, 41},
       {mkv, {"AVC_MKV_MP_HD_AAC_MULT5", kMkv}, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAac, 48000, 6, 384000, 1, 2, 77, 40},
-      {mkv, {"AVC_MKV_MP_HD_HEAAC_L4", kMkv}, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAac, 48000, 2, 384000, 1, 5, 77, 40},
+      {mkv, {"AVC_MKV_MP_HD_HEAAC_L4", kMkv}, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAac, 48000, 2, 384000, 1, 4, 77, 40},
+      {mkv, {"AVC_MKV_MP_HD_AAC_MULT5", kMkv}, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAac, 48000, 2, 384000, 1, 3, 77, 31},
       {mkv, kMkvNon, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAac, 48000, 7, 384000, 1, 2, 77, 40},
       {mkv, {"AVC_MKV_HP_HD_MPEG1_L3", kMkv}, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kMediaCodecMp3, 16000, 2, 128000, 1, 0, 100, 30},
       {mkv, kMkvNon, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kMediaCodecMp3, 8000, 2, 32000, 1, 0, 100, 30},
@@ -166,7 +167,18 @@ TEST(ProfileVideo, MatroskaFlvAviAndContainerProfiles) {
       {p2, kNone, "mp4", 0, kH264, 640, 480, 25, 1, 0, kAac, 44100, 2, 128000},
       {vc1, {"NON-DLNA", kTts}, "mpegts", k188, kMediaCodecVc1, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000},
       {vc1, kWmvNon, "asf", 0, kMediaCodecWmv3, 640, 480, 25, 1, 0, 0, 0, 0, 0, 0},
-      {vc1, kNone, "mpegts", k188, kM2v, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000},
+      // Other video in an MPEG stream: the MPEG-2 and AVC rules, else the stream's NON-DLNA.
+      {vc1, {"MPEG_TS_SD_EU_T", kTts}, "mpegts", k192, kM2v, 720, 576, 25, 1, 5000000, kMp2, 48000, 2, 256000},
+      {vc1, kMpegNon, "mpegts", k188, kM2v, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000},
+      {vc1, {"NON-DLNA", kTts}, "mpegts", k192Z, kM2v, 720, 576, 25, 1, 5000000, 0, 0, 0, 0, 0},
+      {vc1, {"AVC_TS_MP_HD_AC3_T", kTts}, "mpegts", k192, kH264, 1280, 720, 25, 1, 0, kAc3, 48000, 2, 384000},
+      {vc1, {"AVC_TS_MP_HD_AC3", kTts}, "mpegts", k192Z, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000},
+      {vc1, kMpegNon, "mpeg", kPs, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000},
+      {vc1, kMpegNon, "mpeg", kEs, kH264, 1920, 1080, 25, 1, 0, 0, 0, 0, 0, 0},
+      {vc1, {"NON-DLNA", kTts}, "mpegts", k192, kM4v, 640, 480, 25, 1, 0, kMp2, 48000, 2, 128000},
+      {vc1, kNone, "mpegts", 0, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000, 1, 0, 0, 0, 0, "/v/a.m2ts"},
+      {vc1, kNone, "asf", 0, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000},
+      {vc1, kNone, "avi", 0, kM4v, 640, 480, 25, 1, 0, kMp2, 48000, 2, 128000},
       // clang-format on
   };
   run(cases, std::size(cases));
