@@ -102,13 +102,16 @@ void walkParsers(const DlnaProfileRegistry* registry, DlnaMediaResult* result, c
       continue;
     }
     if (!parser->parse) continue;
+    // The copy of the tags inside the parse goes by this parser's class: an
+    // untagged song is filed under "Unknown", a video under its folder.
+    result->mediaClass = parser->mediaClass;
     const DlnaProfile* profile = parser->parse(result, path);
     if (profile) {
       result->profileName = profile->name;
       result->mime = profile->mime;
-      result->mediaClass = parser->mediaClass;
       return;
     }
+    result->mediaClass = 0;
     clearTexts(result);
   }
 }

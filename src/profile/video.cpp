@@ -1,12 +1,15 @@
 // Video rules for MPEG-1, WMV9, Matroska, FLV and AVI, and the MPEG-4 part 2
-// and VC-1 rules, which publish such files under their container's MIME type;
-// and their parse operations.
+// and VC-1 rules, which publish such files under their container's MIME type
+// (the VC-1 parser also judges the other MPEG streams it alone is given); and
+// their parse operations.
 #include "profile/video.h"
 
 #include <cstring>
 #include <iterator>
 
 #include "profile/audio.h"
+#include "profile/avc.h"
+#include "profile/mpeg2.h"
 
 namespace {
 
@@ -126,14 +129,16 @@ bool isMpeg1Picture(const MediaInfo* info) {
   return false;
 }
 
-// The H.264 profile byte of a decoder configuration with 4-byte NAL lengths
-// and a level of 3.0 to 4.1; 0 when unknown.
+// The H.264 profile byte of the kept decoder configuration, or 0. The
+// Matroska reader keeps the first four bytes of the record (version, profile,
+// compatibility, level) and no other length; no level outside 3.0 to 4.1 fits
+// an HD profile.
 uint32_t mkvAvcProfile(const MediaInfo* info) {
-  if (info->video_config_size < 5 || info->video_config_size > kMediaConfigSize) return 0;
+  constexpr uint32_t kKeptRecord = 4;
+  if (info->video_config_size != kKeptRecord) return 0;
   const uint8_t* config = info->video_config;
-  uint32_t lengthSize = (config[4] & 0x03u) + 1;
   uint32_t level = config[3];
-  if (lengthSize != 4 || level < 30 || level > 41) return 0;
+  if (level < 30 || level > 41) return 0;
   return config[1];
 }
 
@@ -160,6 +165,23 @@ const DlnaProfile* commonByContainer(const MediaInfo* info) {
   if (strncmp(info->format, "avi", sizeof(info->format)) == 0) return &video_avi_common;
   return nullptr;
 }
+
+bool isMpegStream(uint32_t container) {
+  return container == kContainerMpegEs || container == kContainerMpegPs ||
+         container == kContainerMpegTs188 || container == kContainerMpegTs192 ||
+         container == kContainerMpegTs192Z;
+}
+
+// The rules an MPEG stream's video codec has of its own.
+struct StreamRule {
+  uint32_t codec;
+  DlnaDecideFn decide;
+};
+
+constexpr StreamRule kMpegStreamRules[] = {
+    {kMediaCodecMpeg2Video, probe_media_mpeg2},
+    {kMediaCodecH264, probe_media_avc},
+};
 
 }  // namespace
 
@@ -242,7 +264,16 @@ const DlnaProfile* probe_media_vc1(MediaInfo* info) {
   if (!info || !info->has_video) return nullptr;
   // WMV3 is VC-1's simple and main profiles: an ASF file the WMV9 rules did
   // not take (no audio, say) is still published.
-  if (info->video_codec != kMediaCodecVc1 && info->video_codec != kMediaCodecWmv3) return nullptr;
+  if (info->video_codec == kMediaCodecVc1 || info->video_codec == kMediaCodecWmv3) {
+    return commonByContainer(info);
+  }
+  // Camcorders and disc rips name their MPEG-2 and H.264 streams ".m2ts",
+  // which only this parser takes: judge them as the same stream named ".ts".
+  if (!isMpegStream(dlnaMediaStreamGetContainer(info))) return nullptr;
+  for (const StreamRule& rule : kMpegStreamRules) {
+    if (rule.codec != info->video_codec) continue;
+    if (const DlnaProfile* profile = rule.decide(info)) return profile;
+  }
   return commonByContainer(info);
 }
 

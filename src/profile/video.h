@@ -15,6 +15,9 @@ const DlnaProfile* probe_mkv(MediaInfo* info);
 const DlnaProfile* probe_flv(MediaInfo* info);
 const DlnaProfile* probe_avi(MediaInfo* info);
 const DlnaProfile* probe_media_mpeg4_part2(MediaInfo* info);
+// VC-1 in any container the parser reads; and for an MPEG program,
+// elementary or transport stream with other video, what the MPEG-2 or AVC
+// rules say of it, else the stream's NON-DLNA profile.
 const DlnaProfile* probe_media_vc1(MediaInfo* info);
 
 const DlnaProfile* parse_mpeg1(DlnaMediaResult* result, const char* path);

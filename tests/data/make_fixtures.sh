@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Regenerates the small media files the reader tests run against, and beside
 # each one ffprobe's view of it (<file>.json) as the reference the tests
-# compare with. Needs ffmpeg/ffprobe, exiftool, ImageMagick and python3.
+# compare with. Needs ffmpeg/ffprobe, mkvmerge (mkvtoolnix), exiftool,
+# ImageMagick and python3.
 #
 # Every run rebuilds the whole directory. Sources are synthetic (testsrc2,
 # sine/aevalsrc, ImageMagick gradients) and the muxers run bit-exact, so the
@@ -202,6 +203,21 @@ FAST=(-movflags +faststart)
   "${X264[@]}" -b:v 200k -c:a aac -b:a 64k mkv_h264_aac.mkv
 "${FF[@]}" -f lavfi -i "$(video 320x240 25 1)" -f lavfi -i "$(stereo 44100 1)" "${BX[@]}" "${NOTAGS[@]}" \
   "${X264[@]}" -b:v 200k -c:a libmp3lame -b:a 64k mkv_h264_mp3.mkv
+# The levels the HD profiles ask for (High 4.1, Main 3.1) on a small picture,
+# which those rules do not look at. ffmpeg writes a track's CodecID before its
+# TrackType, mkvmerge after it. AudioSpecificConfig: 2 bytes for AAC-LC taken
+# from ADTS (ffmpeg's own encoder adds a 3-byte "no SBR" extension), 5 for the
+# mkvmerge track that declares SBR over a 24 kHz core.
+"${FF[@]}" -f lavfi -i "$(video 320x240 25 0.5)" -f lavfi -i "$(stereo 48000 0.5)" "${BX[@]}" "${NOTAGS[@]}" \
+  "${X264[@]}" -profile:v high -level:v 4.1 -b:v 200k -c:a ac3 -b:a 128k mkv_h264_high41_ac3.mkv
+"${FF[@]}" -f lavfi -i "$(video 320x240 25 0.5)" "${BX[@]}" "${NOTAGS[@]}" \
+  "${X264[@]}" -profile:v main -level:v 3.1 -b:v 200k "$TMP/main31.mp4"
+"${FF[@]}" -f lavfi -i "$(stereo 48000 0.5)" "${BX[@]}" "${NOTAGS[@]}" -c:a aac -b:a 64k -f adts "$TMP/lc48k.aac"
+"${FF[@]}" -f lavfi -i "$(stereo 24000 0.5)" "${BX[@]}" "${NOTAGS[@]}" -c:a aac -b:a 32k -f adts "$TMP/core24k.aac"
+"${FF[@]}" -i "$TMP/main31.mp4" -i "$TMP/lc48k.aac" "${BX[@]}" "${NOTAGS[@]}" -c copy mkv_h264_main31_aac.mkv
+MKVMERGE=(mkvmerge -q --deterministic 14 --disable-track-statistics-tags)
+"${MKVMERGE[@]}" -o mkvmerge_h264_main31_heaac.mkv "$TMP/main31.mp4" --aac-is-sbr 0:1 "$TMP/core24k.aac"
+"${MKVMERGE[@]}" -o mkvmerge_h264_high41_ac3.mkv mkv_h264_high41_ac3.mkv
 # VP8 (libvpx) with Vorbis.
 "${FF[@]}" -f lavfi -i "$(video 320x240 25 1)" -f lavfi -i "$(stereo 44100 1)" "${BX[@]}" "${NOTAGS[@]}" \
   -c:v libvpx -b:v 200k -g 12 -deadline good -cpu-used 5 -threads 1 \

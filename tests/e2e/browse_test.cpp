@@ -4,8 +4,10 @@
 #include <unistd.h>
 #include <upnp/ixml.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "e2e/daemon.h"
 #include "e2e/upnp_client.h"
@@ -44,11 +46,16 @@ class Browse : public testing::Test {
     fs::copy_file(media / "mp3_id3v23_genre_date.mp3", share_ + "/Album & Co/a&b.mp3");
     fs::copy_file(media / "jpeg_exif_thumb.jpg", share_ + "/photo.jpg");
     fs::copy_file(media / "avi_mpeg4_mp3.avi", share_ + "/clip.avi");
+    // Untagged songs in a folder of their own, and a camcorder stream.
+    fs::create_directories(share_ + "/Music");
+    fs::copy_file(media / "mp3_cbr_44k_128k_stereo.mp3", share_ + "/Music/tone.mp3");
+    fs::copy_file(media / "wav_accepted_layout.wav", share_ + "/Music/tone.wav");
+    fs::copy_file(media / "h264_ac3_1080.m2ts", share_ + "/cam.m2ts");
     dmsd_.startWithConfig(
         "Enable = 1\nPort = 49152\nRescanTime = 0\nIPAddress = 127.0.0.1\n"
         "Interface = lo\nDmsName = T\nContentList = " +
         share_ + "\n");
-    ASSERT_TRUE(dmsd_.waitForLog("music:1; photo:1; video:1"));
+    ASSERT_TRUE(dmsd_.waitForLog("music:3; photo:1; video:2"));
   }
   void TearDown() override {
     dmsd_.stop();
@@ -77,8 +84,8 @@ TEST_F(Browse, ViewsAndSearchPublishTheFolder) {
     const char* tag;
     int count;
   } views[] = {
-      {"0", "container", 4}, {"0$1$10", "item", 1},   {"0$2$20", "item", 1},
-      {"0$3$30", "item", 1}, {"0$4", "container", 1}, {"0$1$13", "container", 1},
+      {"0", "container", 4}, {"0$1$10", "item", 3},   {"0$2$20", "item", 2},
+      {"0$3$30", "item", 1}, {"0$4", "container", 1}, {"0$1$13", "container", 2},
       {"B", "item", 1},
   };
   for (const Case& c : views) {
@@ -110,6 +117,69 @@ TEST_F(Browse, ViewsAndSearchPublishTheFolder) {
                                            {"SortCriteria", ""}});
   ASSERT_TRUE(titled.ok());
   EXPECT_EQ(countObjects(field(titled, "Result"), "item"), 1);
+}
+
+// The groups of a view as "title:childCount", in the order Browse lists them.
+std::vector<std::string> groups(const e2e::SoapResult& r) {
+  std::vector<std::string> out;
+  std::optional<e2e::Xml> didl = e2e::parseXml(field(r, "Result"));
+  if (!didl) return out;
+  for (const e2e::Xml& c : didl->children) {
+    const e2e::Xml* title = c.child("title");
+    out.push_back((title ? title->text : "") + ":" +
+                  e2e::findField(c.attributes, "childCount").value_or("?"));
+  }
+  return out;
+}
+
+// Songs without tags gather under "Unknown", never under their folder's name;
+// the camcorder stream is published with its AVC profile.
+TEST_F(Browse, UntaggedSongsAndCamcorderStreams) {
+  using Groups = std::vector<std::string>;
+  const struct {
+    const char* id;
+    Groups want;
+  } views[] = {
+      {"0$1$11", {"Rock:1", "Unknown:2"}},
+      {"0$1$12", {"Fixture \xc3\x84rtist:1", "Unknown:2"}},
+      {"0$1$13", {"Fixture Album \xc3\x89t\xc3\xa9:1", "Unknown:2"}},
+  };
+  for (const auto& v : views) {
+    e2e::SoapResult r = browse(v.id, "BrowseDirectChildren");
+    ASSERT_TRUE(r.ok()) << r.http.raw;
+    Groups got = groups(r);
+    std::sort(got.begin(), got.end());
+    EXPECT_EQ(got, v.want) << v.id;
+  }
+
+  const std::string avc = "http-get:*:video/vnd.dlna.mpeg-tts:DLNA.ORG_PN=AVC_TS_MP_HD_AC3_T";
+  e2e::SoapResult video = browse("0$2$20", "BrowseDirectChildren");
+  ASSERT_TRUE(video.ok());
+  EXPECT_NE(field(video, "Result").find(avc + ";DLNA.ORG_OP=01;"), std::string::npos)
+      << field(video, "Result");
+  // A renderer gets the whole stream with the profile in its headers.
+  std::string url;
+  if (std::optional<e2e::Xml> didl = e2e::parseXml(field(video, "Result"))) {
+    for (const e2e::Xml& item : didl->children) {
+      const e2e::Xml* title = item.child("title");
+      const e2e::Xml* res = item.child("res");
+      if (title && res && title->text == "cam") url = res->text;
+    }
+  }
+  ASSERT_FALSE(url.empty()) << field(video, "Result");
+  e2e::HttpResponse got = e2e::httpRequest(
+      url, "GET", {{"transferMode.dlna.org", "Streaming"}, {"getcontentFeatures.dlna.org", "1"}});
+  EXPECT_EQ(got.status, 200);
+  EXPECT_EQ(got.body.size(), fs::file_size(share_ + "/cam.m2ts"));
+  EXPECT_EQ(got.header("Content-Type").value_or(""), "video/vnd.dlna.mpeg-tts");
+  EXPECT_EQ(
+      got.header("contentFeatures.dlna.org").value_or("").find("DLNA.ORG_PN=AVC_TS_MP_HD_AC3_T;"),
+      0u);
+  e2e::SoapResult protocols =
+      e2e::soapAction("http://127.0.0.1:49152/web/cms_control",
+                      "urn:schemas-upnp-org:service:ConnectionManager:1", "GetProtocolInfo");
+  ASSERT_TRUE(protocols.ok()) << protocols.http.raw;
+  EXPECT_NE(field(protocols, "Source").find(avc), std::string::npos) << field(protocols, "Source");
 }
 
 }  // namespace

@@ -153,7 +153,8 @@ FfprobeStream pickStream(const Json& s) {
   for (auto [key, field] : {std::pair{"width", &FfprobeStream::width},
                             {"height", &FfprobeStream::height},
                             {"channels", &FfprobeStream::channels},
-                            {"sample_rate", &FfprobeStream::sample_rate}}) {
+                            {"sample_rate", &FfprobeStream::sample_rate},
+                            {"level", &FfprobeStream::level}}) {
     out.*field = number<int>(s.get(key));
   }
   out.bit_rate = number<int64_t>(s.get("bit_rate"));

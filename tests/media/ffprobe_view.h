@@ -17,6 +17,7 @@ struct FfprobeStream {
   std::string codec_type, codec_name, profile;
   std::string r_frame_rate;  // as written, e.g. "25/1"
   int width = 0, height = 0, channels = 0, sample_rate = 0;
+  int level = 0;  // H.264: level_idc, 41 for 4.1
   int64_t bit_rate = 0;
   double duration = 0;  // seconds
 };

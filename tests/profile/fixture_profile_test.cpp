@@ -3,7 +3,11 @@
 // that the walk builds from them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "profile/profile.h"
 #include "upnp/state_var.h"
@@ -57,9 +61,16 @@ TEST_F(FixtureProfiles, EveryFileGetsItsProfile) {
       {"avi_mpeg4_mp3.avi", "NON-DLNA", "video/x-msvideo", 2},
       {"asf_wmv2.wmv", "NON-DLNA", "video/x-ms-wmv", 2},
       {"flv_h264_aac_meta.flv", "NON-DLNA", "video/x-flv", 2},
-      {"mkv_h264_high_ac3.mkv", "NON-DLNA", "video/x-matroska", 2},
+      {"mkv_h264_high_ac3.mkv", "NON-DLNA", "video/x-matroska", 2},  // level 1.3
+      {"mkv_h264_high41_ac3.mkv", "AVC_MKV_HP_HD_AC3", "video/x-matroska", 2},
+      {"mkvmerge_h264_high41_ac3.mkv", "AVC_MKV_HP_HD_AC3", "video/x-matroska", 2},
+      {"mkv_h264_main31_aac.mkv", "AVC_MKV_MP_HD_AAC_MULT5", "video/x-matroska", 2},
+      {"mkvmerge_h264_main31_heaac.mkv", "AVC_MKV_MP_HD_HEAAC_L4", "video/x-matroska", 2},
+      {"h264_ac3_1080.m2ts", "AVC_TS_MP_HD_AC3_T", "video/vnd.dlna.mpeg-tts", 2},
+      {"mpeg2_m2ts.m2ts", "MPEG_TS_SD_EU_T", "video/vnd.dlna.mpeg-tts", 2},
       {"webm_vp8.webm", nullptr, nullptr, 0},
   };
+  std::vector<std::string> entries;  // what SourceProtocolInfo must hold, once each
   for (const Case& c : cases) {
     SCOPED_TRACE(c.file);
     const std::string path = std::string(DMSD_TEST_MEDIA) + "/" + c.file;
@@ -73,13 +84,24 @@ TEST_F(FixtureProfiles, EveryFileGetsItsProfile) {
     EXPECT_STREQ(result->mime, c.mime);
     EXPECT_EQ(result->mediaClass, c.mediaClass);
     dlnaFreeItemTmp(result);
+    const std::string pn =
+        strcmp(c.profile, "NON-DLNA") ? std::string("DLNA.ORG_PN=") + c.profile : "*";
+    entries.push_back("http-get:*:" + std::string(c.mime) + ":" + pn);
   }
-  // Profiled entries lead the list, untyped ones trail it, each once.
+  // Profiled entries lead the list, the latest first; untyped ones trail it.
   const std::string list = dlnaGetVarValue(kCmsServiceId, "SourceProtocolInfo").value_or("");
-  EXPECT_EQ(list.rfind("http-get:*:video/mpeg:DLNA.ORG_PN=MPEG_TS_SD_EU_ISO,", 0), 0u) << list;
-  EXPECT_NE(list.find(",http-get:*:video/x-matroska:*"), std::string::npos);
-  EXPECT_EQ(list.find("DLNA.ORG_PN=MP3,"), list.rfind("DLNA.ORG_PN=MP3,"));
-  EXPECT_LT(list.find("DLNA.ORG_PN=MP3,"), list.find("video/x-flv:*"));
+  std::vector<std::string> got;
+  for (size_t at = 0; at <= list.size();) {
+    size_t comma = std::min(list.find(',', at), list.size());
+    got.push_back(list.substr(at, comma - at));
+    at = comma + 1;
+  }
+  for (const std::string& entry : entries) {
+    EXPECT_EQ(std::count(got.begin(), got.end(), entry), 1) << entry << " in " << list;
+  }
+  auto untyped = [](const std::string& e) { return e.ends_with(":*"); };
+  EXPECT_TRUE(std::is_partitioned(got.begin(), got.end(), std::not_fn(untyped))) << list;
+  EXPECT_EQ(got.front(), *std::find_if_not(entries.rbegin(), entries.rend(), untyped));
 }
 
 }  // namespace

@@ -283,6 +283,44 @@ TEST_F(ProfileWalk, LaterParsersReuseTheRecordReadOnce) {
   EXPECT_EQ(result->width, 720);
 }
 
+// The album fallback goes by the class of the parser that claims the file,
+// also when an audio parser read the file first and refused it.
+TEST_F(ProfileWalk, OnlyAudioGetsUnknownForAMissingAlbum) {
+  const struct {
+    const char* name;
+    const char* format;
+    uint32_t audioCodec, videoCodec;
+    const char* album;
+    const char* want;
+    uint32_t mediaClass;
+  } cases[] = {
+      {"song.mp3", "mp3", kMediaCodecMp3, 0, "", "Unknown", kDlnaClassAudio},
+      {"tagged.mp3", "mp3", kMediaCodecMp3, 0, "Live", "Live", kDlnaClassAudio},
+      {"song.wav", "wav", kMediaCodecPcmS16Le, 0, "", "Unknown", kDlnaClassAudio},
+      {"song.m4a", "mp4", kMediaCodecAac, 0, "", "Unknown", kDlnaClassAudio},
+      {"song.wma", "asf", kMediaCodecWmaV2, 0, "", "Unknown", kDlnaClassAudio},
+      {"clip.mp4", "mp4", kMediaCodecAac, kMediaCodecH264, "", "", kDlnaClassVideo},
+      {"clip.flv", "flv", 0, 0, "", "", kDlnaClassVideo},
+      {"photo.jpg", "", 0, 0, "", "", kDlnaClassImage},
+  };
+  for (const auto& c : cases) {
+    fillMp3();
+    strcpy(g_fill.format, c.format);
+    strcpy(g_fill.album, c.album);
+    g_fill.audio_codec = c.audioCodec;
+    g_fill.audio_config_size = 2;
+    g_fill.audio_config[0] = 2 << 3;  // AAC LC
+    g_fill.has_video = c.videoCodec != 0;
+    g_fill.video_codec = c.videoCodec;
+    g_fill.width = g_fill.height = 100;
+    auto result = profile(c.name);
+    ASSERT_NE(result, nullptr) << c.name;
+    EXPECT_EQ(result->mediaClass, c.mediaClass) << c.name;
+    EXPECT_EQ(result->album, c.want) << c.name;
+    EXPECT_EQ(result->artist, "Unknown") << c.name;
+  }
+}
+
 TEST_F(ProfileWalk, UnclaimedAndUnreadableFilesAreDropped) {
   fillMp3();
   EXPECT_EQ(profile("notes.xyz"), nullptr);

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "profile/video.h"
 #include "profile_test_util.h"
 
@@ -21,7 +23,8 @@ struct VideoCase {
   uint32_t acodec, rate, ch, abr;
   uint8_t hasAudio = 1;
   uint32_t configSize = 0;
-  uint8_t avcProfile = 0, avcLevel = 0, nalByte = 0xFF;
+  uint8_t avcProfile = 0, avcLevel = 0;
+  uint32_t avcKept = 4;  // bytes of the decoder configuration the reader kept
   const char* path = nullptr;
 };
 
@@ -46,9 +49,10 @@ void run(const VideoCase* cases, size_t count) {
     info->audio_bit_rate = c.abr;
     info->audio_config_size = c.configSize;
     if (c.avcProfile) {
-      const uint8_t config[] = {1, c.avcProfile, 0, c.avcLevel, c.nalByte, 0xE1};
-      info->video_config_size = sizeof(config);
-      memcpy(info->video_config, config, sizeof(config));
+      // The record's head: version, profile, compatibility, level.
+      const uint8_t config[] = {1, c.avcProfile, 0x40, c.avcLevel, 0xFF, 0xE1};
+      info->video_config_size = c.avcKept;
+      memcpy(info->video_config, config, std::min<size_t>(c.avcKept, sizeof(config)));
     }
     profile_test::expectProfile(c.probe(info.get()), c.want, "row " + std::to_string(i));
   }
@@ -142,11 +146,13 @@ TEST(ProfileVideo, MatroskaFlvAviAndContainerProfiles) {
       {mkv, kMkvNon, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000, 1, 0, 100, 42},
       {mkv, kMkvNon, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000, 1, 0, 100, 29},
       {mkv, kMkvNon, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kMediaCodecDts, 48000, 2, 384000, 1, 0, 100, 41},
-      {mkv, kMkvNon, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000, 1, 0, 100, 41, 0xFD},
+      {mkv, kMkvNon, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000, 1, 0, 100, 41, 3},
+      {mkv, kMkvNon, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000, 1, 0, 100, 41, 6},
       {mkv, kMkvNon, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000, 1, 0, 66, 41},
       {mkv, kMkvNon, "matroska", 0, kM4v, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000, 1, 0, 100, 41},
       {mkv, {"AVC_MKV_MP_HD_AAC_MULT5", kMkv}, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAac, 48000, 6, 384000, 1, 2, 77, 40},
-      {mkv, {"AVC_MKV_MP_HD_HEAAC_L4", kMkv}, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAac, 48000, 2, 384000, 1, 5, 77, 40},
+      {mkv, {"AVC_MKV_MP_HD_HEAAC_L4", kMkv}, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAac, 48000, 2, 384000, 1, 4, 77, 40},
+      {mkv, {"AVC_MKV_MP_HD_AAC_MULT5", kMkv}, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAac, 48000, 2, 384000, 1, 3, 77, 31},
       {mkv, kMkvNon, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kAac, 48000, 7, 384000, 1, 2, 77, 40},
       {mkv, {"AVC_MKV_HP_HD_MPEG1_L3", kMkv}, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kMediaCodecMp3, 16000, 2, 128000, 1, 0, 100, 30},
       {mkv, kMkvNon, "matroska", 0, kH264, 1920, 1080, 25, 1, 0, kMediaCodecMp3, 8000, 2, 32000, 1, 0, 100, 30},
@@ -161,7 +167,18 @@ TEST(ProfileVideo, MatroskaFlvAviAndContainerProfiles) {
       {p2, kNone, "mp4", 0, kH264, 640, 480, 25, 1, 0, kAac, 44100, 2, 128000},
       {vc1, {"NON-DLNA", kTts}, "mpegts", k188, kMediaCodecVc1, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000},
       {vc1, kWmvNon, "asf", 0, kMediaCodecWmv3, 640, 480, 25, 1, 0, 0, 0, 0, 0, 0},
-      {vc1, kNone, "mpegts", k188, kM2v, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000},
+      // Other video in an MPEG stream: the MPEG-2 and AVC rules, else the stream's NON-DLNA.
+      {vc1, {"MPEG_TS_SD_EU_T", kTts}, "mpegts", k192, kM2v, 720, 576, 25, 1, 5000000, kMp2, 48000, 2, 256000},
+      {vc1, kMpegNon, "mpegts", k188, kM2v, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000},
+      {vc1, {"NON-DLNA", kTts}, "mpegts", k192Z, kM2v, 720, 576, 25, 1, 5000000, 0, 0, 0, 0, 0},
+      {vc1, {"AVC_TS_MP_HD_AC3_T", kTts}, "mpegts", k192, kH264, 1280, 720, 25, 1, 0, kAc3, 48000, 2, 384000},
+      {vc1, {"AVC_TS_MP_HD_AC3", kTts}, "mpegts", k192Z, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000},
+      {vc1, kMpegNon, "mpeg", kPs, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000},
+      {vc1, kMpegNon, "mpeg", kEs, kH264, 1920, 1080, 25, 1, 0, 0, 0, 0, 0, 0},
+      {vc1, {"NON-DLNA", kTts}, "mpegts", k192, kM4v, 640, 480, 25, 1, 0, kMp2, 48000, 2, 128000},
+      {vc1, kNone, "mpegts", 0, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000, 1, 0, 0, 0, 0, "/v/a.m2ts"},
+      {vc1, kNone, "asf", 0, kH264, 1920, 1080, 25, 1, 0, kAc3, 48000, 2, 384000},
+      {vc1, kNone, "avi", 0, kM4v, 640, 480, 25, 1, 0, kMp2, 48000, 2, 128000},
       // clang-format on
   };
   run(cases, std::size(cases));
