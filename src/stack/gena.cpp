@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "platform/log.h"
+#include "stack/xml_text.h"
 
 namespace {
 
@@ -161,24 +162,6 @@ void purgeExpired(Clock::time_point now) {
     it = it->second.expires <= now && !it->second.inFlight ? subs.erase(it) : std::next(it);
 }
 
-void appendEscaped(std::string& out, const char* text) {
-  for (const char* c = text; *c; ++c) {
-    switch (*c) {
-      case '&':
-        out += "&amp;";
-        break;
-      case '<':
-        out += "&lt;";
-        break;
-      case '>':
-        out += "&gt;";
-        break;
-      default:
-        out += *c;
-    }
-  }
-}
-
 std::string propertySet(const char** names, const char** values, int count) {
   std::string body =
       "<?xml version=\"1.0\"?>\r\n"
@@ -188,7 +171,7 @@ std::string propertySet(const char** names, const char** values, int count) {
     body += "<e:property><";
     body += names[i];
     body += '>';
-    appendEscaped(body, values[i] ? values[i] : "");
+    AppendXmlText(body, values[i] ? values[i] : "");
     body += "</";
     body += names[i];
     body += "></e:property>";

@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "stack/ixml_print.h"
+#include "stack/xml_text.h"
 
 namespace {
 
@@ -24,24 +25,6 @@ constexpr int kInvalidAction = 401;
 constexpr int kInvalidArgs = 402;
 constexpr int kActionFailed = 501;
 
-void appendEscaped(std::string& out, const char* text) {
-  for (const char* c = text; *c; ++c) {
-    switch (*c) {
-      case '&':
-        out += "&amp;";
-        break;
-      case '<':
-        out += "&lt;";
-        break;
-      case '>':
-        out += "&gt;";
-        break;
-      default:
-        out += *c;
-    }
-  }
-}
-
 SoapAnswer fault(int code, const char* description) {
   std::string body = kEnvelopeStart;
   body +=
@@ -49,7 +32,7 @@ SoapAnswer fault(int code, const char* description) {
       "<UPnPError xmlns=\"urn:schemas-upnp-org:control-1-0\"><errorCode>";
   body += std::to_string(code);
   body += "</errorCode><errorDescription>";
-  appendEscaped(body, description ? description : "");
+  AppendXmlText(body, description ? description : "");
   body += "</errorDescription></UPnPError></detail></s:Fault>";
   body += kEnvelopeEnd;
   return {500, std::move(body)};
@@ -131,7 +114,7 @@ SoapAnswer queryVariable(IXML_Node* action, const SoapTarget& target) {
     body += "<u:QueryStateVariableResponse xmlns:u=\"";
     body += kControlNs;
     body += "\"><return>";
-    appendEscaped(body, value);
+    AppendXmlText(body, value);
     body += "</return></u:QueryStateVariableResponse>";
     body += kEnvelopeEnd;
     answer = {200, std::move(body)};

@@ -103,6 +103,23 @@ std::string chunked(const std::string& head, const std::string& body) {
   return out + "0\r\n\r\n";
 }
 
+// A listening socket on `address` and a port the system picks; its URL is
+// "http://address:port/e".
+int listenOn(const char* address, std::string* url) {
+  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in at{};
+  at.sin_family = AF_INET;
+  inet_pton(AF_INET, address, &at.sin_addr);
+  socklen_t size = sizeof at;
+  if (bind(fd, reinterpret_cast<sockaddr*>(&at), sizeof at) != 0 || listen(fd, 512) != 0 ||
+      getsockname(fd, reinterpret_cast<sockaddr*>(&at), &size) != 0) {
+    close(fd);
+    return -1;
+  }
+  *url = "http://" + std::string(address) + ":" + std::to_string(ntohs(at.sin_port)) + "/e";
+  return fd;
+}
+
 long rssKiB(pid_t pid) {
   std::ifstream status("/proc/" + std::to_string(pid) + "/status");
   std::string line;
@@ -192,15 +209,10 @@ TEST_F(Hostile, BodiesAndHeadersAreBoundedAndMemoryReturns) {
 
 TEST_F(Hostile, SubscriptionsNameTheirOwnAddressAndAreCapped) {
   // A listener on a second address that must never hear from the daemon.
-  int bystander = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in at{};
-  at.sin_family = AF_INET;
-  inet_pton(AF_INET, "127.0.0.2", &at.sin_addr);
-  ASSERT_EQ(bind(bystander, reinterpret_cast<sockaddr*>(&at), sizeof at), 0);
-  ASSERT_EQ(listen(bystander, 64), 0);
-  socklen_t size = sizeof at;
-  getsockname(bystander, reinterpret_cast<sockaddr*>(&at), &size);
-  const std::string elsewhere = "<http://127.0.0.2:" + std::to_string(ntohs(at.sin_port)) + "/e>";
+  std::string bystanderUrl;
+  int bystander = listenOn("127.0.0.2", &bystanderUrl);
+  ASSERT_GE(bystander, 0);
+  const std::string elsewhere = "<" + bystanderUrl + ">";
 
   auto subscribe = [](const std::string& headers) {
     return "SUBSCRIBE /web/cds_event HTTP/1.1\r\nHost: 127.0.0.1:49152\r\n" + headers + "\r\n";
@@ -221,17 +233,11 @@ TEST_F(Hostile, SubscriptionsNameTheirOwnAddressAndAreCapped) {
     EXPECT_EQ(requestFrom("127.0.0.1", subscribe(c.headers)), c.status) << c.what;
 
   // A flood from one address whose callbacks accept but never answer.
-  int silent = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in sat{};
-  sat.sin_family = AF_INET;
-  inet_pton(AF_INET, "127.0.0.3", &sat.sin_addr);
-  ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr*>(&sat), sizeof sat), 0);
-  ASSERT_EQ(listen(silent, 512), 0);
-  size = sizeof sat;
-  getsockname(silent, reinterpret_cast<sockaddr*>(&sat), &size);
-  const std::string flood =
-      subscribe("NT: upnp:event\r\nTIMEOUT: Second-99999999999\r\nCALLBACK: <http://127.0.0.3:" +
-                std::to_string(ntohs(sat.sin_port)) + "/e>\r\n");
+  std::string silentUrl;
+  int silent = listenOn("127.0.0.3", &silentUrl);
+  ASSERT_GE(silent, 0);
+  const std::string flood = subscribe(
+      "NT: upnp:event\r\nTIMEOUT: Second-99999999999\r\nCALLBACK: <" + silentUrl + ">\r\n");
   int granted = 0;
   for (int i = 0; i < 3000; ++i) granted += requestFrom("127.0.0.3", flood) == 200;
   EXPECT_GT(granted, 0);
