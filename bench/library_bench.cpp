@@ -6,21 +6,28 @@
 //     the same daemon on an empty share;
 //   - Browse: BrowseDirectChildren pages of 100 (All Music, an artist group,
 //     a 20-item folder) from 1, 8, 32 concurrent clients, against
-//     GetSystemUpdateID under the same load.
+//     GetSystemUpdateID under the same load;
+//   - with --minidlna, the All Music page and a 20-item folder on dmsd and on
+//     minidlna (a black-box peer on the same corpus, port 8200), each with one
+//     persistent connection per client and with a new connection per request.
 // Prints markdown tables (medians of --runs for scan and memory, one run of
 // --seconds per Browse cell).
 //
 //   dmsd_bench_library [--dmsd PATH] [--runs R] [--seconds S] [--clients 1,8,32]
-//                      [--pages all,artist,folder] [--no-browse] CORPUS...
+//                      [--pages all,artist,folder] [--no-browse]
+//                      [--minidlna PATH] CORPUS...
 //
-// Browse runs on the last corpus. The daemon listens on 127.0.0.1:49152, so
-// this refuses to run outside a network namespace of its own (see
+// Browse runs on the last corpus. The servers listen on loopback, so this
+// refuses to run outside a network namespace of its own (see
 // bench/library_bench.sh); the page cache is warm (a first walk fills it).
 #include <dirent.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,6 +39,7 @@
 #include <ctime>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -46,11 +54,13 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr uint16_t kPort = 49152;
+constexpr uint16_t kPeerPort = 8200;
 constexpr char kControlUrl[] = "http://127.0.0.1:49152/web/cds_control";
 constexpr char kCdsType[] = "urn:schemas-upnp-org:service:ContentDirectory:1";
 constexpr size_t kFloorReadBytes = 64 * 1024;
 constexpr int kPageSize = 100;
 constexpr auto kScanTimeout = 300s;
+constexpr auto kPeerScanTimeout = 900s;  // it probes every file with its own readers
 
 struct Options {
   int runs = 3;
@@ -58,6 +68,7 @@ struct Options {
   std::vector<int> clients = {1, 8, 32};
   bool browse = true;
   std::string pages = "all,artist,folder";  // which pages load the daemon (profiling one)
+  std::string minidlna;                     // its binary; empty: no side-by-side run
   std::vector<std::string> corpora;
 };
 
@@ -265,16 +276,20 @@ ScanRow measureScan(const std::string& corpus, const std::vector<Scan>& empty, i
 
 // ---------------------------------------------------------------- Browse load
 
-std::string soapRequest(const std::string& action, const e2e::Fields& args) {
+// The raw request the load sends; without `keepAlive` it asks the server to
+// close, so neither side waits on a connection the other has given up.
+std::string soapRequest(const std::string& action, const e2e::Fields& args, uint16_t port = kPort,
+                        const std::string& path = "/web/cds_control", bool keepAlive = true) {
   std::string body =
       "<?xml version=\"1.0\"?><s:Envelope xmlns:s=\"http://schemas.xmlsoap.org/soap/envelope/\" "
       "s:encodingStyle=\"http://schemas.xmlsoap.org/soap/encoding/\"><s:Body><u:" +
       action + " xmlns:u=\"" + kCdsType + "\">";
   for (const auto& [name, value] : args) body += "<" + name + ">" + value + "</" + name + ">";
   body += "</u:" + action + "></s:Body></s:Envelope>";
-  return "POST /web/cds_control HTTP/1.1\r\nHOST: 127.0.0.1:" + std::to_string(kPort) +
+  return "POST " + path + " HTTP/1.1\r\nHOST: 127.0.0.1:" + std::to_string(port) +
          "\r\nCONTENT-TYPE: text/xml; charset=\"utf-8\"\r\nSOAPACTION: \"" + kCdsType + "#" +
-         action + "\"\r\nCONTENT-LENGTH: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+         action + "\"\r\n" + (keepAlive ? "" : "CONNECTION: close\r\n") +
+         "CONTENT-LENGTH: " + std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
 e2e::Fields pageArgs(const std::string& id) {
@@ -285,12 +300,14 @@ e2e::Fields pageArgs(const std::string& id) {
 
 struct Page {
   int returned = -1, total = -1;
-  std::vector<std::string> ids;  // of the objects in the Result, in order
+  std::vector<std::string> ids;     // of the objects in the Result, in order
+  std::vector<std::string> titles;  // their dc:title
+  int containers = 0;
 };
 
 // One page through the test client, which checks the whole answer parses.
-Page browsePage(const std::string& id) {
-  e2e::SoapResult r = e2e::soapAction(kControlUrl, kCdsType, "Browse", pageArgs(id));
+Page browsePage(const std::string& id, const std::string& controlUrl = kControlUrl) {
+  e2e::SoapResult r = e2e::soapAction(controlUrl, kCdsType, "Browse", pageArgs(id));
   if (!r.ok()) die("Browse " + id + " failed: " + r.http.raw.substr(0, 300));
   Page page;
   page.returned = atoi(e2e::findField(r.out, "NumberReturned").value_or("-1").c_str());
@@ -299,6 +316,9 @@ Page browsePage(const std::string& id) {
   if (!didl) die("Browse " + id + ": the Result does not parse");
   for (const e2e::Xml& object : didl->children) {
     page.ids.push_back(e2e::findField(object.attributes, "id").value_or(""));
+    const e2e::Xml* title = object.child("title");
+    page.titles.push_back(title ? title->text : "");
+    page.containers += object.name == "container";
   }
   if (static_cast<int>(page.ids.size()) != page.returned)
     die("Browse " + id + ": NumberReturned disagrees with the Result");
@@ -348,11 +368,11 @@ std::vector<Target> findTargets(const Walk& disk, const std::string& pages) {
   return targets;
 }
 
-int connectTo() {
+int connectTo(uint16_t port) {
   int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in addr{};
   addr.sin_family = AF_INET;
-  addr.sin_port = htons(kPort);
+  addr.sin_port = htons(port);
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   int one = 1;
   setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
@@ -392,52 +412,65 @@ int readAnswer(int fd, std::string& buffer, bool& open) {
   }
 }
 
-// One request, on the open connection when the server keeps them (`reuse`),
-// else on a new one. Finding the kept connection closed turns `reuse` off.
-int roundTrip(int& fd, const std::string& request, bool& reuse, std::string& buffer) {
+struct Connection {
+  uint16_t port = kPort;
+  bool reuse = true;  // keep the connection for the next request while the server does
+  int fd = -1;
+  long opened = 0;
+  std::string buffer;
+};
+
+// One request, on the open connection when the server keeps it, else on a new
+// one. Finding the kept connection closed turns `reuse` off.
+int roundTrip(Connection& c, const std::string& request) {
   for (int attempt = 0; attempt < 2; ++attempt) {
-    bool fresh = fd < 0;
-    if (fresh && (fd = connectTo()) < 0) return -1;
-    bool open = reuse;
+    bool fresh = c.fd < 0;
+    if (fresh) {
+      if ((c.fd = connectTo(c.port)) < 0) return -1;
+      ++c.opened;
+    }
+    bool open = c.reuse;
     int status = -1;
-    if (send(fd, request.data(), request.size(), MSG_NOSIGNAL) ==
+    if (send(c.fd, request.data(), request.size(), MSG_NOSIGNAL) ==
         static_cast<ssize_t>(request.size()))
-      status = readAnswer(fd, buffer, open);
+      status = readAnswer(c.fd, c.buffer, open);
     if (!open || status <= 0) {
-      close(fd);
-      fd = -1;
+      close(c.fd);
+      c.fd = -1;
     }
     if (status > 0 || fresh) return status;
-    reuse = false;  // the server closed what it had answered on
+    c.reuse = false;  // the server closed what it had answered on
   }
   return -1;
 }
 
 struct Cell {
   double perSecond = 0, p50ms = 0, p99ms = 0;
-  long requests = 0, errors = 0;
+  long requests = 0, errors = 0, connections = 0;
 };
 
-Cell load(const std::string& request, int clients, int seconds) {
+Cell load(const std::string& request, int clients, int seconds, uint16_t port = kPort,
+          bool keepAlive = true) {
   std::vector<std::vector<float>> latencies(clients);
-  std::vector<long> errors(clients);
+  std::vector<long> errors(clients), opened(clients);
   std::atomic<bool> go{false};
   auto start = Clock::now(), end = start;
   std::vector<std::thread> threads;
   for (int c = 0; c < clients; ++c) {
     threads.emplace_back([&, c] {
       while (!go.load()) std::this_thread::yield();
-      int fd = -1;
-      bool reuse = true;
-      std::string buffer;
-      buffer.reserve(256 * 1024);
+      Connection conn;
+      conn.port = port;
+      conn.reuse = keepAlive;
+      conn.buffer.reserve(256 * 1024);
       while (Clock::now() < end) {
         auto t0 = Clock::now();
-        int status = roundTrip(fd, request, reuse, buffer);
+        int status = roundTrip(conn, request);
         latencies[c].push_back(std::chrono::duration<float, std::milli>(Clock::now() - t0).count());
         if (status != 200) ++errors[c];
       }
-      if (fd >= 0) close(fd);
+      if (conn.fd >= 0) close(conn.fd);
+      opened[c] = conn.opened;
     });
   }
   start = Clock::now();
@@ -450,15 +483,216 @@ Cell load(const std::string& request, int clients, int seconds) {
   for (int c = 0; c < clients; ++c) {
     all.insert(all.end(), latencies[c].begin(), latencies[c].end());
     cell.errors += errors[c];
+    cell.connections += opened[c];
   }
   std::sort(all.begin(), all.end());
   cell.requests = static_cast<long>(all.size());
-  cell.perSecond = cell.requests / elapsed;
+  cell.perSecond = (cell.requests - cell.errors) / elapsed;  // answers, not refusals
   if (!all.empty()) {
     cell.p50ms = all[all.size() / 2];
     cell.p99ms = all[std::min(all.size() - 1, all.size() * 99 / 100)];
   }
   return cell;
+}
+
+// ---------------------------------------------------------------- minidlna
+
+// minidlna as a black box: its own config in a private folder, its own
+// database there, stopped (and its scanner with it) on the way out.
+class Peer {
+ public:
+  Peer(const std::string& binary, const std::string& media) {
+    char tmp[] = "/tmp/dmsd-bench-minidlna-XXXXXX";
+    if (!mkdtemp(tmp)) die("mkdtemp failed");
+    dir_ = tmp;
+    std::string conf = dir_ + "/minidlna.conf";
+    std::ofstream(conf) << "port=" << kPeerPort << "\nnetwork_interface=lo\nmedia_dir=" << media
+                        << "\ndb_dir=" << dir_ << "/db\nlog_dir=" << dir_
+                        << "\ninotify=no\nfriendly_name=Peer\n";
+    // Nothing allocates between fork and exec.
+    std::string logPath = dir_ + "/stderr.log", pidFile = dir_ + "/minidlna.pid";
+    started_ = Clock::now();
+    pid_ = fork();
+    if (pid_ < 0) die("fork failed");
+    if (pid_ == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);  // never outlives the benchmark
+      int log = open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      dup2(log, 1);
+      dup2(log, 2);
+      execl(binary.c_str(), binary.c_str(), "-S", "-f", conf.c_str(), "-P", pidFile.c_str(),
+            static_cast<char*>(nullptr));
+      _exit(127);
+    }
+  }
+  ~Peer() {
+    if (pid_ > 0) {
+      std::vector<pid_t> children = this->children();
+      kill(pid_, SIGTERM);
+      bool gone = false;
+      for (int i = 0; i < 100 && !gone; ++i) {  // 10 s
+        gone = waitpid(pid_, nullptr, WNOHANG) == pid_;
+        if (!gone) std::this_thread::sleep_for(100ms);
+      }
+      if (!gone) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+      }
+      for (pid_t child : children) kill(child, SIGKILL);  // a scanner left behind
+    }
+    std::string rm = "rm -rf '" + dir_ + "'";
+    if (system(rm.c_str()) != 0) fprintf(stderr, "could not remove %s\n", dir_.c_str());
+  }
+  Peer(const Peer&) = delete;
+  Peer& operator=(const Peer&) = delete;
+
+  pid_t pid() const { return pid_; }
+  double secondsSinceStart() const {
+    return std::chrono::duration<double>(Clock::now() - started_).count();
+  }
+  bool running() const { return waitpid(pid_, nullptr, WNOHANG) == 0; }
+  // Its scanner runs as a child process while it scans.
+  std::vector<pid_t> children() const {
+    std::ifstream in("/proc/" + std::to_string(pid_) + "/task/" + std::to_string(pid_) +
+                     "/children");
+    std::vector<pid_t> pids;
+    for (pid_t p; in >> p;) pids.push_back(p);
+    return pids;
+  }
+  std::string log() const {
+    std::ifstream a(dir_ + "/stderr.log"), b(dir_ + "/minidlna.log");
+    std::stringstream s;
+    s << a.rdbuf() << b.rdbuf();
+    return s.str();
+  }
+
+ private:
+  std::string dir_;
+  pid_t pid_ = -1;
+  Clock::time_point started_;
+};
+
+// The control URL of the ContentDirectory in a device description.
+std::string findControlPath(const e2e::Xml& node) {
+  if (node.name == "service") {
+    const e2e::Xml* type = node.child("serviceType");
+    const e2e::Xml* url = node.child("controlURL");
+    if (type && url && type->text == kCdsType) return url->text;
+  }
+  for (const e2e::Xml& child : node.children) {
+    std::string found = findControlPath(child);
+    if (!found.empty()) return found;
+  }
+  return "";
+}
+
+std::string childTitled(const Page& page, const std::string& title, const std::string& where) {
+  for (size_t i = 0; i < page.ids.size(); ++i) {
+    if (page.titles[i] == title) return page.ids[i];
+  }
+  die("no \"" + title + "\" in " + where);
+}
+
+// Descends by first children from `id` to the first folder holding 20 items
+// and nothing else.
+std::string findLeafFolder(std::string id, const std::string& controlUrl) {
+  for (int depth = 0; depth < 6; ++depth) {
+    Page p = browsePage(id, controlUrl);
+    if (p.total == 20 && p.returned == 20 && p.containers == 0) return id;
+    if (p.ids.empty() || p.containers == 0) break;
+    id = p.ids.front();
+  }
+  die("no 20-item folder below " + id + " at " + controlUrl);
+}
+
+struct Server {
+  std::string name;
+  uint16_t port = kPort;
+  std::string controlPath;
+  std::string allMusic, folder;  // object ids
+};
+
+struct PeerScan {
+  double seconds = 0;
+  long rssKiB = 0;
+};
+
+// Waits for the peer's HTTP server, then for its scan: All Music holds every
+// MP3 and its scanner process has exited.
+Server awaitPeer(Peer& peer, const Walk& disk, PeerScan& scan) {
+  std::string base = "http://127.0.0.1:" + std::to_string(kPeerPort);
+  Server s{"minidlna", kPeerPort, "", "", ""};
+  auto deadline = Clock::now() + kPeerScanTimeout;
+  while (s.controlPath.empty()) {
+    if (!peer.running()) die("minidlna exited; its log:\n" + peer.log());
+    if (Clock::now() > deadline) die("minidlna never answered; its log:\n" + peer.log());
+    e2e::HttpResponse r = e2e::httpRequest(base + "/rootDesc.xml", "GET");
+    if (r.status == 200) {
+      auto xml = e2e::parseXml(r.body);
+      if (xml) s.controlPath = findControlPath(*xml);
+    }
+    if (s.controlPath.empty()) std::this_thread::sleep_for(200ms);
+  }
+  std::string control = base + s.controlPath;
+  Page root = browsePage("0", control);
+  Page music = browsePage(childTitled(root, "Music", "the root"), control);
+  s.allMusic = childTitled(music, "All Music", "Music");
+  for (int total = -1;; std::this_thread::sleep_for(500ms)) {
+    if (!peer.running()) die("minidlna exited during its scan; its log:\n" + peer.log());
+    if (Clock::now() > deadline) die("minidlna's scan did not end; its log:\n" + peer.log());
+    total = browsePage(s.allMusic, control).total;
+    if (total == disk.mp3 && peer.children().empty()) break;
+  }
+  scan.seconds = peer.secondsSinceStart();
+  scan.rssKiB = statusKiB(peer.pid(), "VmRSS:");
+  Page all = browsePage(s.allMusic, control);
+  if (all.returned != std::min(kPageSize, disk.mp3))
+    die("minidlna's All Music returned " + std::to_string(all.returned));
+  s.folder = findLeafFolder(childTitled(root, "Browse Folders", "the root"), control);
+  return s;
+}
+
+// The same pages on both servers, both connection modes, interleaved so that
+// neither gets the quieter minutes of the shared machine.
+void runVersus(const Options& o, const Walk& disk, const Server& dmsd, const Server& peer) {
+  printf(
+      "\nAgainst minidlna (%d files; the same corpus, both servers up, one loaded at a time),\n"
+      "one %d s run per cell; req/s counts 200 answers, latencies all requests; \"conns\"\n"
+      "counts the connections the clients opened (one per request where the server\n"
+      "closes after each answer):\n\n",
+      disk.media(), o.seconds);
+  printf(
+      "| page | clients | connection | dmsd req/s | minidlna req/s | ratio | dmsd p50 ms |"
+      " minidlna p50 ms | dmsd p99 ms | minidlna p99 ms | p99 ratio | conns dmsd / minidlna |"
+      " errors dmsd / minidlna |\n");
+  printf("| --- | --- | --- | --- | --- | --- | --- | --- | --- | --- | --- | --- | --- |\n");
+  struct PageKind {
+    const char* name;
+    std::string Server::*id;
+  };
+  const PageKind kinds[] = {{"All Music, 100", &Server::allMusic}, {"folder, 20", &Server::folder}};
+  for (int clients : o.clients) {
+    for (const PageKind& kind : kinds) {
+      for (bool keepAlive : {true, false}) {
+        Cell cells[2];
+        const Server* servers[2] = {&dmsd, &peer};
+        for (int i = 0; i < 2; ++i) {
+          const Server& s = *servers[i];
+          std::string request =
+              soapRequest("Browse", pageArgs(s.*(kind.id)), s.port, s.controlPath, keepAlive);
+          cells[i] = load(request, clients, o.seconds, s.port, keepAlive);
+        }
+        const Cell &a = cells[0], &b = cells[1];
+        printf(
+            "| %s | %d | %s | %.0f | %.0f | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f | %ld / %ld |"
+            " %ld / %ld |\n",
+            kind.name, clients, keepAlive ? "keep-alive" : "new per request", a.perSecond,
+            b.perSecond, b.perSecond > 0 ? a.perSecond / b.perSecond : 0, a.p50ms, b.p50ms, a.p99ms,
+            b.p99ms, b.p99ms > 0 ? a.p99ms / b.p99ms : 0, a.connections, b.connections, a.errors,
+            b.errors);
+        fflush(stdout);
+      }
+    }
+  }
 }
 
 // ---------------------------------------------------------------- main
@@ -481,6 +715,8 @@ Options parseOptions(int argc, char** argv) {
       o.browse = false;
     else if (a == "--pages")
       o.pages = value();
+    else if (a == "--minidlna")
+      o.minidlna = value();
     else if (a == "--clients") {
       o.clients.clear();
       std::stringstream list(value());
@@ -493,7 +729,8 @@ Options parseOptions(int argc, char** argv) {
   }
   if (o.corpora.empty())
     die("usage: dmsd_bench_library [--dmsd PATH] [--runs R] [--seconds S] "
-        "[--clients 1,8,32] [--pages all,artist,folder] [--no-browse] CORPUS...");
+        "[--clients 1,8,32] [--pages all,artist,folder] [--no-browse] [--minidlna PATH] "
+        "CORPUS...");
   return o;
 }
 
@@ -511,6 +748,14 @@ void printScan(const std::vector<ScanRow>& rows, int runs) {
 
 void runBrowse(const Options& o, const std::string& corpus) {
   Walk disk = walkFloor(corpus);
+  // The peer scans first and alone; then both stay up for the whole load.
+  std::unique_ptr<Peer> peer;
+  Server peerServer;
+  PeerScan peerScan;
+  if (!o.minidlna.empty()) {
+    peer = std::make_unique<Peer>(o.minidlna, corpus);
+    peerServer = awaitPeer(*peer, disk, peerScan);
+  }
   DmsdProcess dmsd;
   startDaemon(dmsd, corpus);
   std::vector<Target> targets = findTargets(disk, o.pages);
@@ -531,6 +776,14 @@ void runBrowse(const Options& o, const std::string& corpus) {
              c.perSecond, floor > 0 ? c.perSecond / floor : 0, c.p50ms, c.p99ms, c.errors);
       fflush(stdout);
     }
+  }
+  if (peer) {
+    Server ours{"dmsd", kPort, "/web/cds_control", "0$1$10", findLeafFolder("0$4", kControlUrl)};
+    runVersus(o, disk, ours, peerServer);
+    printf(
+        "\nminidlna's scan (start to its scanner's exit, All Music complete): %.1f s;"
+        " its VmRSS then %ld KiB (its database is on disk).\n",
+        peerScan.seconds, peerScan.rssKiB);
   }
   stopDaemon(dmsd);
 }

@@ -5,18 +5,22 @@
 # into bench/RESULTS.md's "Library" section, above its "###" notes.
 #
 #   bench/library_bench.sh [--build DIR] [--counts 2000,10000] [--runs 3]
-#                          [--seconds 10] [--clients 1,8,32] [--no-browse] [--write]
+#                          [--seconds 10] [--clients 1,8,32] [--no-browse]
+#                          [--minidlna] [--write]
 #
 # --build names the build folder whose dmsd is measured (default build-bench,
 # configured Release here when missing; another worktree's works too); the
 # benchmark program itself is always built in build-bench. The default run
-# takes about 2 minutes.
+# takes about 2 minutes. --minidlna also runs minidlna (installed with apt-get
+# when missing) in the same namespace on the last corpus and compares the two
+# servers' Browse with and without keep-alive; it adds its scan (a minute or
+# more on 10,000 files) and 8 cells per client count.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 repo=$(pwd)
 args=("$@")
 
-build=build-bench counts=2000,10000 runs=3 seconds=10 clients=1,8,32 browse=() write=0
+build=build-bench counts=2000,10000 runs=3 seconds=10 clients=1,8,32 browse=() peer=() write=0
 while [ $# -gt 0 ]; do
   case $1 in
     --build) build=$2; shift 2 ;;
@@ -25,6 +29,7 @@ while [ $# -gt 0 ]; do
     --seconds) seconds=$2; shift 2 ;;
     --clients) clients=$2; shift 2 ;;
     --no-browse) browse=(--no-browse); shift ;;
+    --minidlna) peer=(--minidlna /usr/sbin/minidlnad); shift ;;
     --write) write=1; shift ;;
     *) echo "unknown option $1" >&2; exit 2 ;;
   esac
@@ -40,6 +45,14 @@ if [ -z "${DMSD_LIBBENCH_NS:-}" ]; then
   if [ "$(realpath "$build")" != "$(realpath build-bench)" ]; then
     [ -f "$build/CMakeCache.txt" ] || configure "$build"
     cmake --build "$build" --target dmsd >/dev/null
+  fi
+  if [ ${#peer[@]} -gt 0 ] && [ ! -x /usr/sbin/minidlnad ]; then
+    sudo=()
+    [ "$(id -u)" -ne 0 ] && sudo=(sudo)
+    # The package's service would serve the real network: masked before it
+    # can start.
+    [ -d /run/systemd/system ] && "${sudo[@]}" systemctl mask minidlna.service >/dev/null
+    "${sudo[@]}" apt-get install -y minidlna >/dev/null
   fi
   corpora=()
   for n in ${counts//,/ }; do corpora+=("$(bench/make_corpus.py "$n" | tail -n 1)"); done
@@ -61,7 +74,7 @@ trap 'rm -f "$out"' EXIT
   echo "load average $(cut -d' ' -f1-3 /proc/loadavg) at the start; dmsd from \`$build\`."
   echo
   build-bench/dmsd_bench_library --dmsd "$(realpath "$build")/dmsd" --runs "$runs" \
-    --seconds "$seconds" --clients "$clients" "${browse[@]}" "${corpora[@]}"
+    --seconds "$seconds" --clients "$clients" "${browse[@]}" "${peer[@]}" "${corpora[@]}"
 } | tee "$out"
 
 [ "$write" = 1 ] || exit 0
