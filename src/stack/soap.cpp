@@ -35,7 +35,7 @@ SoapAnswer fault(int code, const char* description) {
   AppendXmlText(body, description ? description : "");
   body += "</errorDescription></UPnPError></detail></s:Fault>";
   body += kEnvelopeEnd;
-  return {500, std::move(body)};
+  return SoapAnswer(500, std::move(body));
 }
 
 const char* localName(IXML_Node* node) {
@@ -117,7 +117,7 @@ SoapAnswer queryVariable(IXML_Node* action, const SoapTarget& target) {
     AppendXmlText(body, value);
     body += "</return></u:QueryStateVariableResponse>";
     body += kEnvelopeEnd;
-    answer = {200, std::move(body)};
+    answer = SoapAnswer(200, std::move(body));
   }
   UpnpStateVarRequest_delete(request);
   return answer;
@@ -153,12 +153,9 @@ SoapAnswer runAction(IXML_Node* action, const char* name, const SoapTarget& targ
     answer = fault(code ? code : kActionFailed,
                    code ? UpnpActionRequest_get_ErrStr_cstr(record) : "Action Failed");
   } else {
-    DOMString printed = ixmlPrintNode(reinterpret_cast<IXML_Node*>(result.get()));
-    std::string body = kEnvelopeStart;
-    if (printed) body += printed;
-    body += kEnvelopeEnd;
-    ixmlFreeDOMString(printed);
-    answer = {200, std::move(body)};
+    answer = SoapAnswer(200, kEnvelopeStart);
+    answer.printed = ixmlPrintNode(reinterpret_cast<IXML_Node*>(result.get()));
+    answer.tail = kEnvelopeEnd;
   }
   UpnpActionRequest_set_ActionRequest(record, nullptr);
   UpnpActionRequest_set_ActionResult(record, nullptr);
@@ -188,6 +185,24 @@ size_t skipMarkup(const char* text, size_t length, size_t i) {
 }
 
 }  // namespace
+
+SoapAnswer& SoapAnswer::operator=(SoapAnswer&& other) noexcept {
+  if (this == &other) return *this;
+  ixmlFreeDOMString(printed);
+  status = other.status;
+  head = std::move(other.head);
+  printed = std::exchange(other.printed, nullptr);
+  tail = std::move(other.tail);
+  return *this;
+}
+
+SoapAnswer::~SoapAnswer() {
+  ixmlFreeDOMString(printed);
+}
+
+size_t SoapAnswer::size() const {
+  return head.size() + (printed ? strlen(printed) : 0) + tail.size();
+}
 
 bool SoapDepthWithin(const char* text, size_t length, int maxDepth) {
   int depth = 0;

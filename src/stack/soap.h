@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <string>
+#include <utility>
 
 // The deepest element nesting a control body may have; an action is four
 // levels (envelope, body, action, argument).
@@ -28,9 +29,24 @@ struct SoapTarget {
   sockaddr_in client;
 };
 
+// The answer in three parts, so a large printed action result goes out
+// without being copied: head, then the printed result (malloc'd, owned, may
+// be null), then tail. An empty answer has only a status.
 struct SoapAnswer {
-  unsigned status;
-  std::string body;
+  unsigned status = 0;
+  std::string head;
+  char* printed = nullptr;
+  std::string tail;
+
+  SoapAnswer() = default;
+  SoapAnswer(unsigned code, std::string text) : status(code), head(std::move(text)) {}
+  SoapAnswer(SoapAnswer&& other) noexcept { *this = std::move(other); }
+  SoapAnswer& operator=(SoapAnswer&& other) noexcept;
+  SoapAnswer(const SoapAnswer&) = delete;
+  SoapAnswer& operator=(const SoapAnswer&) = delete;
+  ~SoapAnswer();
+
+  size_t size() const;
 };
 
 // Runs the control request `body` with SOAPACTION `soapAction` (null when

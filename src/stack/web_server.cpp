@@ -33,11 +33,12 @@ namespace {
 
 constexpr char kLogSource[] = "web_server";
 constexpr unsigned kThreads = 4;           // more than the cores: a slow USB disk blocks a sendfile
-constexpr unsigned kMaxConnections = 128;  // a gateway's worth of control points and renderers
-constexpr unsigned kMaxPerClient = 32;     // one client cannot take every slot
+constexpr unsigned kMaxConnections = 256;  // a gateway's worth of control points and renderers
+constexpr unsigned kMaxPerClient = 64;     // one client cannot take every slot
 constexpr unsigned kRequestTimeout = 15;   // seconds an idle connection may wait for its request
 constexpr unsigned kStreamTimeout = 300;   // seconds; paused renderers sit idle for a while
-constexpr size_t kConnectionMemory = 16 * 1024;  // request line and headers must fit in half
+constexpr size_t kConnectionMemory =
+    10 * 1024;  // holds the request line and headers, and the answer's
 constexpr size_t kReadBlock = 32 * 1024;
 constexpr char kServerHeader[] = "Linux UPnP/1.0 DLNA/1.50 dmsd/0.1";
 
@@ -272,14 +273,29 @@ MHD_Result serveSoap(MHD_Connection* connection, const Published& pub, const Web
   if (transfer->bodyTooLarge) return answerEmpty(connection, MHD_HTTP_CONTENT_TOO_LARGE);
   SoapTarget target = {service.serviceId.c_str(), pub.udn.c_str(), g_server.device.callback,
                        g_server.device.cookie, clientOf(connection)};
-  SoapAnswer soap = SoapHandle(transfer->body, header(connection, "SOAPACTION"), target);
+  auto* soap = new SoapAnswer(SoapHandle(transfer->body, header(connection, "SOAPACTION"), target));
   transfer->body.clear();
   transfer->body.shrink_to_fit();
-  if (soap.body.empty()) return answerEmpty(connection, soap.status);
-  MHD_Response* response = textResponse(soap.body, "text/xml; charset=\"utf-8\"");
-  if (!response) return MHD_NO;
+  const unsigned status = soap->status;
+  if (soap->size() == 0) {
+    delete soap;
+    return answerEmpty(connection, status);
+  }
+  // The parts go out as they are and are freed with the response.
+  const MHD_IoVec parts[] = {
+      {soap->head.data(), soap->head.size()},
+      {soap->printed ? soap->printed : "", soap->printed ? strlen(soap->printed) : 0},
+      {soap->tail.data(), soap->tail.size()},
+  };
+  MHD_Response* response = MHD_create_response_from_iovec(
+      parts, 3, [](void* cls) { delete static_cast<SoapAnswer*>(cls); }, soap);
+  if (!response) {
+    delete soap;
+    return MHD_NO;
+  }
+  MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "text/xml; charset=\"utf-8\"");
   MHD_add_response_header(response, "EXT", "");
-  return answer(connection, soap.status, response);
+  return answer(connection, status, response);
 }
 
 MHD_Result serveGena(MHD_Connection* connection, const char* method, const Published& pub,
