@@ -41,6 +41,10 @@ constexpr size_t kMaxQueued = 8;     // events waiting per subscription; the old
 constexpr size_t kMaxInFlight = 32;  // deliveries under way at once
 constexpr int kMaxFailures = 3;      // deliveries failed in a row before a subscription is dropped
 constexpr auto kDeliveryDeadline = std::chrono::seconds(3);
+// Some control points take a NOTIFY that overtakes their reading of the
+// SUBSCRIBE answer for an unknown subscription and drop it: the initial event
+// waits this long after the answer has gone out.
+constexpr auto kInitialEventDelay = std::chrono::milliseconds(50);
 
 struct Subscription {
   std::string serviceId;
@@ -51,6 +55,7 @@ struct Subscription {
   Clock::time_point expires;
   bool accepted = false;
   bool held = true;  // until the SUBSCRIBE answer has gone out
+  Clock::time_point notBefore;
   bool inFlight = false;
   uint32_t seq = 0;
   int failures = 0;
@@ -189,7 +194,8 @@ void enqueue(Subscription& sub, std::string body) {
 void startDeliveries(std::vector<Delivery>& deliveries, Clock::time_point now) {
   for (auto& [sid, sub] : g_state.subscriptions) {
     if (deliveries.size() >= kMaxInFlight) return;
-    if (!sub.accepted || sub.held || sub.inFlight || sub.queued.empty()) continue;
+    if (!sub.accepted || sub.held || sub.inFlight || sub.queued.empty() || now < sub.notBefore)
+      continue;
     std::string body = std::move(sub.queued.front());
     sub.queued.pop_front();
     Delivery d;
@@ -266,15 +272,21 @@ void senderLoop() {
   std::vector<pollfd> fds;
   for (;;) {
     Clock::time_point now = Clock::now();
+    int timeoutMs = 60'000;  // expiry is checked at least this often
     {
       std::lock_guard lock(g_state.mutex);
       if (g_state.stopping) break;
       purgeExpired(now);
       startDeliveries(deliveries, now);
+      for (const auto& entry : g_state.subscriptions) {
+        const Subscription& sub = entry.second;
+        if (sub.held || sub.queued.empty() || sub.notBefore <= now) continue;
+        auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(sub.notBefore - now);
+        timeoutMs = std::min<int>(timeoutMs, static_cast<int>(wait.count()) + 1);
+      }
     }
     fds.clear();
     fds.push_back({g_state.wake, POLLIN, 0});
-    int timeoutMs = 60'000;  // expiry is checked at least this often
     for (const Delivery& d : deliveries) {
       short events = d.sent < d.request.size() ? POLLOUT : POLLIN;
       fds.push_back({d.fd, events, 0});
@@ -411,6 +423,7 @@ void GenaRelease(const std::string& sid) {
     auto it = g_state.subscriptions.find(sid);
     if (it == g_state.subscriptions.end()) return;
     it->second.held = false;
+    it->second.notBefore = Clock::now() + kInitialEventDelay;
   }
   wakeSender();
 }
