@@ -10,7 +10,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 if [ -z "${DMSD_CLIENTS_SANDBOX:-}" ]; then
   user=()
   [ "$(id -u)" -eq 0 ] || user=(--user --map-root-user)
-  DMSD_CLIENTS_SANDBOX=1 exec unshare --net --mount --propagation private "${user[@]}" -- "$0" "$@"
+  DMSD_CLIENTS_SANDBOX=1 exec unshare --net "${user[@]}" -- "$0" "$@"
 fi
 
 ip link set lo up
