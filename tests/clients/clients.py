@@ -111,6 +111,12 @@ def call(proxy, action, args, outs, seconds=10):
     return dict(zip(outs, values))
 
 
+def browse(cds, object_id, flag="BrowseDirectChildren", start=0, count=0, outs=("Result",)):
+    return call(cds, "Browse", {"ObjectID": object_id, "BrowseFlag": flag, "Filter": "*",
+                                "StartingIndex": start, "RequestedCount": count,
+                                "SortCriteria": ""}, list(outs))
+
+
 def discover(context, device_type, seconds=15):
     found = []
     point = GUPnP.ControlPoint.new(context, device_type)
@@ -160,10 +166,8 @@ def parse_didl(text):
 
 def walk(cds, report_problem):
     """Browses every container from the root, PAGE children at a time."""
-    items, containers = {}, {}
-    queue, seen = ["0"], {"0"}
-    child_counts = {}
-    calls = 0
+    items, containers, child_counts = {}, {}, {}
+    queue, seen, calls = ["0"], {"0"}, 0
     while queue:
         parent = queue.pop(0)
         start, total = 0, None
@@ -171,10 +175,8 @@ def walk(cds, report_problem):
             calls += 1
             if calls > 2000:
                 raise Failed("more than 2000 Browse calls: the tree does not end")
-            out = call(cds, "Browse", {"ObjectID": parent, "BrowseFlag": "BrowseDirectChildren",
-                                       "Filter": "*", "StartingIndex": start,
-                                       "RequestedCount": PAGE, "SortCriteria": ""},
-                       ["Result", "NumberReturned", "TotalMatches"])
+            out = browse(cds, parent, start=start, count=PAGE,
+                         outs=("Result", "NumberReturned", "TotalMatches"))
             try:
                 found_containers, found_items = parse_didl(out["Result"])
             except (GLib.Error, ET.ParseError) as e:
@@ -220,10 +222,10 @@ def run(argv, seconds, **kwargs):
 
 def probe(target, seekable=True):
     # ffprobe asks for "Range: bytes=0-" unless told the URL cannot seek.
-    result = run(["ffprobe", "-v", "error", "-rw_timeout", "10000000", "-of", "json"]
-                 + ([] if seekable else ["-seekable", "0"]) + [
-                  "-show_entries", "format=duration,format_name:stream=codec_type,codec_name,width,height",
-                  target], 30)
+    entries = "format=duration:stream=codec_type,codec_name,width,height"
+    result = run(["ffprobe", "-v", "error", "-rw_timeout", "10000000", "-of", "json",
+                  "-show_entries", entries] + ([] if seekable else ["-seekable", "0"]) + [target],
+                 30)
     if result.returncode != 0:
         return None, result.stderr.strip() or f"exit {result.returncode}"
     return json.loads(result.stdout), ""
@@ -326,9 +328,7 @@ def wait_ready(daemon, cds, seconds=30):
         wait_for(lambda: False, 0.05)
     while True:
         try:
-            return call(cds, "Browse", {"ObjectID": "0", "BrowseFlag": "BrowseMetadata",
-                                        "Filter": "*", "StartingIndex": 0, "RequestedCount": 0,
-                                        "SortCriteria": ""}, ["Result"])
+            return browse(cds, "0", "BrowseMetadata")
         except Failed:
             if time.monotonic() > end:
                 raise
@@ -368,8 +368,8 @@ def check_events(report, daemon, cds):
     values = []
     lost = []
     cds.connect("subscription-lost", lambda p, error: lost.append(error.message))
-    cds.add_notify("SystemUpdateID", GObject.TYPE_UINT, lambda p, var, value, d: values.append(value),
-                   None)
+    cds.add_notify("SystemUpdateID", GObject.TYPE_UINT,
+                   lambda p, var, value, d: values.append(value), None)
     # GUPnP now and then drops an initial event that arrives within a
     # millisecond or so of its SUBSCRIBE answer (the order on the wire is
     # right), and the events after it too: subscribe again, a few times.
@@ -379,7 +379,7 @@ def check_events(report, daemon, cds):
             break
         cds.set_subscribed(False)
         wait_for(lambda: False, 0.1)
-    if not report.check(f"subscription gives the initial SystemUpdateID (subscriptions: {attempt})",
+    if not report.check(f"subscription gives the initial SystemUpdateID ({attempt} tries)",
                         values and not lost or [f"no initial event; {lost}"]):
         return
     first = values[-1]
@@ -392,7 +392,8 @@ def check_events(report, daemon, cds):
     added = [c for c, (title, _, _) in containers.items() if title == daemon.extra]
     if not added:
         problems.append(f"no container titled {daemon.extra}")
-    elif not any(i.title == "mp3_vbr_xing" and i.id.startswith(added[0] + "$") for i in items.values()):
+    elif not any(i.title == "mp3_vbr_xing" and i.id.startswith(added[0] + "$")
+                 for i in items.values()):
         problems.append(f"{added[0]} does not hold the new folder's file")
     report.check("the requested folder browses with its file", problems)
 
@@ -428,9 +429,7 @@ def check_renderer(report, daemon, context, cds, items, args, work):
         transport.set_subscribed(True)
         for kind, title in (("audio", "mp3_vbr_xing"), ("video", "mp4_h264_aac")):
             item, url = pick(items, kind, title)
-            meta = call(cds, "Browse", {"ObjectID": item.id, "BrowseFlag": "BrowseMetadata",
-                                        "Filter": "*", "StartingIndex": 0, "RequestedCount": 0,
-                                        "SortCriteria": ""}, ["Result"])["Result"]
+            meta = browse(cds, item.id, "BrowseMetadata")["Result"]
             offset = daemon.log_size()
             del states[:]
             try:
