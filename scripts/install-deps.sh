@@ -8,6 +8,11 @@ packages=(
   libupnp-dev libmicrohttpd-dev libexif-dev
   libgtest-dev libgmock-dev
   clang-format iproute2 util-linux curl
+  # the independent clients of tests/clients: a GUPnP control point, a
+  # renderer with the GStreamer elements it plays our fixtures with, cvlc, ffprobe
+  python3-gi gir1.2-gupnp-1.6 gir1.2-gupnp-av-1.0
+  gmediarender gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-libav
+  vlc-bin vlc-plugin-base ffmpeg
 )
 
 missing=()
