@@ -68,7 +68,7 @@ if [ ${#missing[@]} -gt 0 ]; then
       installed "$name:$native" || continue
       read -r src old < <(dpkg-query -W -f='${source:Package} ${Version}\n' "$name:$native")
       for b in $(dpkg-query -W -f='${binary:Package} ${source:Package} ${Version}\n' |
-        awk -v s="$src" -v o="$old" '$2 == s && $3 == o {print $1}'); do
+        awk -v s="$src" -v o="$old" '$2 == s && $3 == o && $1 !~ /:armhf$/ {print $1}'); do
         apt-cache madison "${b%:*}" | grep -q " $v " && extra+=("${b%:*}:$native=$v")
       done
     done
