@@ -17,7 +17,18 @@
 #error "DMSD_BINARY must name the dmsd binary"
 #endif
 
+#ifndef DMSD_RUNNER
+#define DMSD_RUNNER ""
+#endif
+
 extern char** environ;
+
+std::vector<std::string> programRunner() {
+  std::vector<std::string> words;
+  std::istringstream in(DMSD_RUNNER);
+  for (std::string word; in >> word;) words.push_back(word);
+  return words;
+}
 
 namespace {
 
@@ -79,19 +90,22 @@ void DmsdProcess::useBinary(std::string path) {
 void DmsdProcess::start(const std::vector<std::string>& args) {
   if (pid_ > 0) throw std::logic_error("daemon already started");
   args_ = args;
-  std::vector<std::string> all = {binary()};
+  std::vector<std::string> all = programRunner();
+  all.push_back(binary());
   all.insert(all.end(), args.begin(), args.end());
   std::vector<char*> argv;
   for (auto& a : all) argv.push_back(a.data());
   argv.push_back(nullptr);
 
+  // Opened here, not by the child: an emulator's spawn returns before the
+  // child runs, and a restart must not be seen through the old run's output.
+  const int out = open((dir_ + "/stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  const int err = open((dir_ + "/stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   posix_spawn_file_actions_t files;
   posix_spawn_file_actions_init(&files);
   posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, (dir_ + "/stdout").c_str(),
-                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addopen(&files, STDERR_FILENO, (dir_ + "/stderr").c_str(),
-                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_adddup2(&files, out, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&files, err, STDERR_FILENO);
   posix_spawnattr_t attr;
   posix_spawnattr_init(&attr);
   sigset_t none, defaults;
@@ -101,9 +115,11 @@ void DmsdProcess::start(const std::vector<std::string>& args) {
   posix_spawnattr_setsigmask(&attr, &none);
   posix_spawnattr_setsigdefault(&attr, &defaults);
   posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  int rc = posix_spawn(&pid_, argv[0], &files, &attr, argv.data(), environ);
+  int rc = posix_spawnp(&pid_, argv[0], &files, &attr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&files);
   posix_spawnattr_destroy(&attr);
+  close(out);
+  close(err);
   if (rc != 0) throw std::runtime_error("cannot start " + all[0]);
 }
 

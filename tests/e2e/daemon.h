@@ -13,6 +13,10 @@
 
 using namespace std::chrono_literals;
 
+// What runs the build's programs on this machine: empty for a native build,
+// the emulator (qemu and its arguments) for a cross build.
+std::vector<std::string> programRunner();
+
 class DmsdProcess {
  public:
   DmsdProcess();

@@ -32,9 +32,11 @@ bool waitIdle(pid_t pid, std::chrono::milliseconds timeout = 60s) {
   const std::string waiting = std::to_string(SYS_rt_sigtimedwait) + " ";
   for (auto end = std::chrono::steady_clock::now() + timeout;
        std::chrono::steady_clock::now() < end; std::this_thread::yield()) {
-    std::string syscallLine, line;
+    std::string syscallLine, wchan, line;
     std::getline(std::ifstream(proc + "/syscall"), syscallLine);
-    if (syscallLine.rfind(waiting, 0) != 0) continue;
+    // An emulated daemon waits in the host's call, under the host's number.
+    std::getline(std::ifstream(proc + "/wchan"), wchan);
+    if (syscallLine.rfind(waiting, 0) != 0 && wchan.rfind("do_sigtimedwait", 0) != 0) continue;
     bool pending = false, asleep = false;
     for (std::ifstream status(proc + "/status"); std::getline(status, line);) {
       if ((line.rfind("SigPnd:", 0) == 0 || line.rfind("ShdPnd:", 0) == 0) &&

@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "e2e/daemon.h"
+
 extern char** environ;
 
 namespace {
@@ -46,6 +48,7 @@ int run(std::vector<std::string> args) {
     args.push_back("--map-root-user");
   }
   args.push_back("--");
+  for (auto& word : programRunner()) args.push_back(word);
   args.push_back(self);
   for (int i = 1; i < argc; ++i) args.push_back(argv[i]);
   std::vector<char*> cargs;

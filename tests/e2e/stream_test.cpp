@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -26,6 +27,8 @@ namespace {
 constexpr char kCdsType[] = "urn:schemas-upnp-org:service:ContentDirectory:1";
 constexpr char kMedia[] = "http://127.0.0.1:49152";
 constexpr size_t kBigPadding = 16 << 20;  // more than loopback buffers hold
+// Past 4 GiB, so sizes and offsets need 64 bits; sparse, so it costs no disk.
+constexpr uintmax_t kHugeSize = (uintmax_t{4} << 30) + (64 << 10);
 
 std::string readAll(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -118,14 +121,16 @@ class Stream : public testing::Test {
     fs::copy_file(media / "png_plain.png", share_ + "/picture.png");
     fs::copy_file(media / "avi_mpeg4_mp3.avi", share_ + "/clip.avi");
     std::ofstream(share_ + "/clip.avi", std::ios::app) << std::string(kBigPadding, '\0');
+    fs::copy_file(media / "mp3_cbr_44k_128k_stereo.mp3", share_ + "/huge.mp3");
+    fs::resize_file(share_ + "/huge.mp3", kHugeSize);
     dmsd_.startWithConfig(
         "Enable = 1\nPort = 49152\nRescanTime = 0\nIPAddress = 127.0.0.1\n"
         "Interface = lo\nDmsName = T\nContentList = " +
             share_ + "\n",
         {"--data-dir", DMSD_DATA_DIR});
-    ASSERT_TRUE(dmsd_.waitForLog("music:2; photo:2; video:1"));
+    ASSERT_TRUE(dmsd_.waitForLog("music:3; photo:2; video:1"));
     for (const char* view : {"0$1$10", "0$2$20", "0$3$30"}) browseItems(view);
-    for (const char* name : {"song", "plain", "photo", "picture", "clip"}) {
+    for (const char* name : {"song", "plain", "photo", "picture", "clip", "huge"}) {
       for (const auto& entry : fs::directory_iterator(share_))
         if (entry.path().stem() == name) items_[name] = bySize_[std::to_string(entry.file_size())];
     }
@@ -241,6 +246,36 @@ TEST_F(Stream, RangesAndTransportHeaders) {
   const std::string& protocol = items_["song"].protocolInfo;
   EXPECT_EQ(features.header("contentFeatures.dlna.org").value_or(""),
             protocol.substr(protocol.rfind(':') + 1));
+}
+
+TEST_F(Stream, FilesPast4GiBKeepTheirSizeAndOffsets) {
+  // Found by its size at all means res@size had all 64 bits.
+  const Item& huge = items_["huge"];
+  ASSERT_FALSE(huge.url.empty()) << "no item of size " << kHugeSize;
+  EXPECT_NE(huge.protocolInfo.find("DLNA.ORG_PN=MP3;"), std::string::npos) << huge.protocolInfo;
+  const std::string size = std::to_string(kHugeSize);
+  EXPECT_EQ(curl(huge.url, {}, "HEAD").header("Content-Length").value_or(""), size);
+  struct Case {
+    std::string range;
+    uintmax_t first, count;
+  } cases[] = {
+      {"bytes=4294967300-4294967309", 4294967300u, 10},
+      {"bytes=4294967290-4294967305", 4294967290u, 16},  // across the 4 GiB line
+      {"bytes=-5", kHugeSize - 5, 5},
+      {"bytes=" + std::to_string(kHugeSize - 3) + "-", kHugeSize - 3, 3},
+  };
+  for (const Case& c : cases) {
+    e2e::HttpResponse r = curl(huge.url, {{"Range", c.range}});
+    EXPECT_EQ(r.status, 206) << c.range;
+    EXPECT_EQ(r.header("Content-Range").value_or(""), "bytes " + std::to_string(c.first) + "-" +
+                                                          std::to_string(c.first + c.count - 1) +
+                                                          "/" + size)
+        << c.range;
+    // Nothing was written past the MP3 at the start: a wrapped offset would
+    // serve its frames instead of the hole's zeros.
+    EXPECT_EQ(r.body, std::string(c.count, '\0')) << c.range;
+  }
+  EXPECT_EQ(curl(huge.url, {{"Range", "bytes=" + size + "-"}}).status, 416);
 }
 
 TEST_F(Stream, ThumbnailsFromTheFileOrTheDefaults) {
