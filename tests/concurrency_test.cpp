@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <deque>
+#include <functional>
 #include <latch>
 #include <mutex>
 #include <shared_mutex>
@@ -13,10 +14,10 @@
 #include <vector>
 
 #include "content/folders.h"
-#include "content/live_library.h"
-#include "content/test_tree.h"
+#include "content/test_library.h"
 #include "fakes/action_request.h"
 #include "fakes/fake_upnp_device.h"
+#include "http/http_header.h"
 #include "upnp/state_var.h"
 
 namespace {
@@ -26,6 +27,35 @@ constexpr int kWriterRounds = 300;
 // Readers run until the writer is done; this only bounds a starved writer.
 constexpr int kReaderRoundCap = 50000;
 constexpr size_t kLiveItems = 40;
+
+// Runs `readers` threads, each calling look(i) until it reports a fault (look
+// returns what went wrong, or "") or has looked once after `write`, which runs
+// on this thread once every reader is under way, returned. The rounds are
+// capped so that a starved writer cannot hang the test. Faults per reader.
+std::vector<std::string> whileWriting(int readers, const std::function<std::string(int)>& look,
+                                      const std::function<void()>& write,
+                                      std::vector<int>* rounds = nullptr) {
+  std::latch started(readers);
+  std::atomic<bool> done{false};
+  std::vector<std::string> errors(readers);
+  std::vector<int> counts(readers);
+  std::vector<std::thread> threads;
+  for (int r = 0; r < readers; ++r)
+    threads.emplace_back([&, r] {
+      started.count_down();
+      for (bool last = false; !last && errors[r].empty() && counts[r] < kReaderRoundCap;
+           ++counts[r]) {
+        last = done.load();
+        errors[r] = look(r);
+      }
+    });
+  started.wait();
+  write();
+  done = true;
+  for (std::thread& t : threads) t.join();
+  if (rounds) *rounds = counts;
+  return errors;
+}
 
 // Walks "Folder" and the music views as Browse would; the first broken
 // invariant, or "". Caller holds info.lock.
@@ -67,30 +97,17 @@ TestTags tagsFor(int round) {
           .year = 1990 + round % 13};
 }
 
-struct ReaderLog {
-  std::string error;
-  long last = 0;  // the last SystemUpdateID read
-};
-
-// Reads until it has read once after the writer finished.
-void reader(DlnaInfo& info, std::latch& reading, const std::atomic<bool>& done, ReaderLog& log) {
-  reading.count_down();
-  bool finalRound = false;
-  for (int round = 0; !finalRound && round < kReaderRoundCap && log.error.empty(); ++round) {
-    finalRound = done.load();
-    auto value = dlnaGetVarValue(kCdsServiceId, "SystemUpdateID");
-    long number = value ? std::stol(*value) : -1;
-    if (number < log.last) log.error = "SystemUpdateID went down or is gone";
-    log.last = number;
-    auto vars = dlnaGetServiceVars(kCmsServiceId);
-    if (vars.size() != 3 || vars[2].first != "CurrentConnectionIDs" || vars[2].second != "0")
-      log.error = "ConnectionManager variables changed";
-    {
-      std::shared_lock lock(info.lock);
-      if (std::string broken = checkTree(info); !broken.empty()) log.error = broken;
-    }
-    std::this_thread::yield();
-  }
+// What one reader checks in a round; `last` is the SystemUpdateID it read before.
+std::string readOnce(DlnaInfo& info, long& last) {
+  auto value = dlnaGetVarValue(kCdsServiceId, "SystemUpdateID");
+  long number = value ? std::stol(*value) : -1;
+  if (number < last) return "SystemUpdateID went down or is gone";
+  last = number;
+  auto vars = dlnaGetServiceVars(kCmsServiceId);
+  if (vars.size() != 3 || vars[2].first != "CurrentConnectionIDs" || vars[2].second != "0")
+    return "ConnectionManager variables changed";
+  std::shared_lock lock(info.lock);
+  return checkTree(info);
 }
 
 TEST(Concurrency, ReadersSeeConsistentTreeAndVariablesWhileWriterChangesThem) {
@@ -102,41 +119,37 @@ TEST(Concurrency, ReadersSeeConsistentTreeAndVariablesWhileWriterChangesThem) {
   std::deque<int32_t> live;
   int32_t subId = 0;
 
-  // The writer starts once every reader is under way.
-  std::latch reading(kReaders);
-  std::atomic<bool> done{false};
-  std::vector<ReaderLog> logs(kReaders);
-  std::vector<std::thread> readers;
-  for (ReaderLog& log : logs)
-    readers.emplace_back(reader, std::ref(info), std::ref(reading), std::cref(done), std::ref(log));
-
-  reading.wait();
-  for (int round = 1; round <= kWriterRounds; ++round) {
-    {
-      std::unique_lock lock(info.lock);
-      live.push_back(tree.addItem(shares[round % 2], kDlnaClassAudio, "t", tagsFor(round))->id);
-      if (live.size() > kLiveItems) {
-        dlnaFreeEntry(&info, dlnaGetEntry(&info, live.front()));
-        live.pop_front();
+  std::vector<long> last(kReaders);
+  auto look = [&](int r) {
+    std::string fault = readOnce(info, last[r]);
+    std::this_thread::yield();
+    return fault;
+  };
+  auto errors = whileWriting(kReaders, look, [&] {
+    for (int round = 1; round <= kWriterRounds; ++round) {
+      {
+        std::unique_lock lock(info.lock);
+        live.push_back(tree.addItem(shares[round % 2], kDlnaClassAudio, "t", tagsFor(round))->id);
+        if (live.size() > kLiveItems) {
+          dlnaFreeEntry(&info, dlnaGetEntry(&info, live.front()));
+          live.pop_front();
+        }
+        if (round % 50 == 0) {
+          DlnaEntry* sub = tree.addFolder(shares[0], "sub");
+          for (int k = 0; k < 3; ++k) tree.addItem(sub, kDlnaClassAudio, "s", tagsFor(round + k));
+          subId = sub->id;
+        } else if (round % 50 == 25 && subId != 0) {
+          dlnaFreeEntry(&info, dlnaGetEntry(&info, subId));
+          subId = 0;
+        }
       }
-      if (round % 50 == 0) {
-        DlnaEntry* sub = tree.addFolder(shares[0], "sub");
-        for (int k = 0; k < 3; ++k) tree.addItem(sub, kDlnaClassAudio, "s", tagsFor(round + k));
-        subId = sub->id;
-      } else if (round % 50 == 25 && subId != 0) {
-        dlnaFreeEntry(&info, dlnaGetEntry(&info, subId));
-        subId = 0;
-      }
+      dlnaSetVarValueNum(kCdsServiceId, "SystemUpdateID", round);
+      std::this_thread::yield();  // as the scan does, so readers get turns
     }
-    dlnaSetVarValueNum(kCdsServiceId, "SystemUpdateID", round);
-    std::this_thread::yield();  // as the scan does, so readers get turns
-  }
-  done = true;
-  for (std::thread& t : readers) t.join();
-
-  for (const ReaderLog& log : logs) {
-    EXPECT_EQ(log.error, "");
-    EXPECT_EQ(log.last, kWriterRounds);
+  });
+  for (int r = 0; r < kReaders; ++r) {
+    EXPECT_EQ(errors[r], "");
+    EXPECT_EQ(last[r], kWriterRounds);
   }
   EXPECT_EQ(checkTree(info), "");
   EXPECT_EQ(info.musicCount, static_cast<int32_t>(live.size()) + (subId != 0 ? 3 : 0));
@@ -187,36 +200,24 @@ TEST_F(ConcurrencyLibrary, BrowseStaysConsistentWhileFoldersChangeAndTheTreeIsRe
   put("extra/three.mp3", kTestSong);
   build({"share"});
 
-  std::atomic<bool> done{false};
-  std::latch browsing(kBrowsers);
-  std::vector<std::string> errors(kBrowsers);
-  std::vector<int> rounds(kBrowsers);
-  std::vector<std::thread> browsers;
-  for (int b = 0; b < kBrowsers; ++b) {
-    browsers.emplace_back([&, b] {
-      browsing.count_down();
-      for (bool last = false; !last && errors[b].empty() && rounds[b] < kReaderRoundCap;
-           ++rounds[b]) {
-        last = done.load();
-        errors[b] = browseAll();
-      }
-    });
-  }
-  browsing.wait();
-  for (int round = 0; round < kChangeRounds; ++round) {
-    usePipe();
-    watch(1, share("share"));
-    dlnaAddFolder(at("extra").c_str());
-    sendEvent(1, kDlnaInDelete, "one.mp3");
-    sendEvent(1, kDlnaInCreate, "one.mp3");
-    sendEvent(1, kDlnaInMovedFrom | kDlnaInIsDir, "sub");
-    dlnaGetNotify(&g_tDlnaInfo);
-    dlnaDelFolder(at("share/sub").c_str());
-    sendEvent(1, kDlnaInQOverflow);
-    dlnaGetNotify(&g_tDlnaInfo);
-  }
-  done = true;
-  for (std::thread& t : browsers) t.join();
+  std::vector<int> rounds;
+  auto errors = whileWriting(
+      kBrowsers, [](int) { return browseAll(); },
+      [&] {
+        for (int round = 0; round < kChangeRounds; ++round) {
+          usePipe();
+          watch(1, share("share"));
+          dlnaAddFolder(at("extra").c_str());
+          sendEvent(1, kDlnaInDelete, "one.mp3");
+          sendEvent(1, kDlnaInCreate, "one.mp3");
+          sendEvent(1, kDlnaInMovedFrom | kDlnaInIsDir, "sub");
+          dlnaGetNotify(&g_tDlnaInfo);
+          dlnaDelFolder(at("share/sub").c_str());
+          sendEvent(1, kDlnaInQOverflow);
+          dlnaGetNotify(&g_tDlnaInfo);
+        }
+      },
+      &rounds);
 
   for (int b = 0; b < kBrowsers; ++b) {
     EXPECT_EQ(errors[b], "");
@@ -278,34 +279,20 @@ TEST_F(ConcurrencyScan, BrowseAndSearchSeeWholeSnapshotsDuringTheFirstScan) {
     for (int i = 0; i < kScanFilesPerFolder; ++i)
       put("share/d" + std::to_string(f) + "/s" + std::to_string(i) + ".mp3", kTestSong);
 
-  std::atomic<bool> done{false};
-  std::latch looking(kBrowsers);
-  std::vector<std::string> errors(kBrowsers);
-  std::vector<int> partial(kBrowsers);
-  std::vector<std::thread> browsers;
-  for (int b = 0; b < kBrowsers; ++b) {
-    browsers.emplace_back([&, b] {
-      looking.count_down();
-      int lastMusic = -1;
-      int lastFound = -1;
-      for (int round = 0; errors[b].empty() && round < kReaderRoundCap; ++round) {
-        const bool last = done.load();
-        int music = 0, found = 0;
-        errors[b] = lookDuringScan(&music, &found);
-        if (music < lastMusic || found < lastFound) errors[b] = "the library shrank during a scan";
-        if (music > 0 && music < kScanFolders * kScanFilesPerFolder) ++partial[b];
-        lastMusic = music;
-        lastFound = found;
-        if (last) break;
-      }
-    });
-  }
-  looking.wait();
-  g_tDlnaInfo.built = 1;  // as the server start sets it before the first build
-  build({"share"});
-  done = true;
-  for (std::thread& t : browsers) t.join();
-
+  std::vector<int> lastMusic(kBrowsers, -1), lastFound(kBrowsers, -1), partial(kBrowsers);
+  auto look = [&](int b) {
+    int music = 0, found = 0;
+    std::string fault = lookDuringScan(&music, &found);
+    if (music < lastMusic[b] || found < lastFound[b]) fault = "the library shrank during a scan";
+    if (music > 0 && music < kScanFolders * kScanFilesPerFolder) ++partial[b];
+    lastMusic[b] = music;
+    lastFound[b] = found;
+    return fault;
+  };
+  auto errors = whileWriting(kBrowsers, look, [&] {
+    g_tDlnaInfo.built = 1;  // as the server start sets it before the first build
+    build({"share"});
+  });
   for (int b = 0; b < kBrowsers; ++b) {
     EXPECT_EQ(errors[b], "") << "browser " << b;
     RecordProperty("partial" + std::to_string(b), partial[b]);
@@ -314,6 +301,59 @@ TEST_F(ConcurrencyScan, BrowseAndSearchSeeWholeSnapshotsDuringTheFirstScan) {
   EXPECT_EQ(lookDuringScan(&music, &found), "");
   EXPECT_EQ(music, kScanFolders * kScanFilesPerFolder);
   EXPECT_EQ(found, music);
+}
+
+}  // namespace
+
+// The web server's callbacks on several threads while the library is freed and
+// built again, as renderers fetch during a rescan: every lookup must see a
+// whole object or none.
+namespace {
+
+constexpr int kRenderers = 3;
+constexpr int kRebuilds = 8;
+constexpr int32_t kFirstId = 200, kLastId = 240;
+
+// One renderer's requests for every id in turn; counts the answers found.
+void fetchAll(int* found) {
+  for (int32_t id = kFirstId; id <= kLastId; ++id) {
+    const std::string url = "/web/" + std::to_string(id) + ".mp3";
+    DlnaHttpHeader headers[] = {{"Host", 4, 7, "127.0.0.1"},
+                                {"getcontentFeatures.dlna.org", 27, -1, "1"}};
+    DlnaHttpRequest request = {"GET", headers, 2};
+    int status = 0;
+    _dlnaHttpHeaderCheck(&request, url.c_str(), &status);
+    DlnaHttpResponseHeaders response;
+    _dlnaHttpHeaderResp(&request, url.c_str(), &response, nullptr);
+    DlnaFileInfo info = {};
+    if (_dlnaHttpGetInfo(url.c_str(), &info) == 0) ++*found;
+    free(info.content_type);
+    if (DlnaWebFileHandle file = _dlnaHttpOpen(url.c_str(), 0)) _dlnaHttpClose(file);
+  }
+}
+
+class ConcurrencyHttp : public LiveLibrary {};
+
+TEST_F(ConcurrencyHttp, CallbacksDuringRebuildsSeeWholeObjects) {
+  for (int i = 0; i < 8; ++i) put("share/" + std::to_string(i) + ".mp3", "mp3_apic.mp3");
+  build({"share"});
+  std::vector<int> found(kRenderers, 0);
+  auto look = [&](int r) {
+    fetchAll(&found[r]);
+    return std::string();
+  };
+  whileWriting(kRenderers, look, [] {
+    for (int round = 0; round < kRebuilds; ++round) {
+      dlnaFreeMetaLst(&g_tDlnaInfo);
+      {
+        // The free drops the id index with the tree; a rebuild starts a new one.
+        std::unique_lock lock(g_tDlnaInfo.lock);
+        g_tDlnaInfo.index = std::make_unique<DlnaIndex>();
+      }
+      dlnaBuildMetaLst(&g_tDlnaInfo);
+    }
+  });
+  for (int n : found) EXPECT_GE(n, 8);  // the last pass saw a whole library
 }
 
 }  // namespace

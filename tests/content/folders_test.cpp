@@ -7,7 +7,7 @@
 
 #include <fstream>
 
-#include "content/live_library.h"
+#include "content/test_library.h"
 #include "core/dms_signal.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "content/test_tree.h"
+#include "content/test_library.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "content/live_library.h"
+#include "content/test_library.h"
 
 namespace {
 

@@ -44,6 +44,11 @@ struct LineCase {
   const char* dmsName;
 };
 
+// ctest lists a case by its name, not its bytes.
+void PrintTo(const LineCase& c, std::ostream* os) {
+  *os << c.name;
+}
+
 class ConfigLines : public ConfigFile, public testing::WithParamInterface<LineCase> {};
 
 TEST_P(ConfigLines, ReadAsTheDaemonReadsThem) {
@@ -75,6 +80,10 @@ struct TextField {
   char* field;
   size_t size;
 };
+
+void PrintTo(const TextField& c, std::ostream* os) {
+  *os << c.key;
+}
 
 class ConfigTextBounds : public ConfigFile, public testing::WithParamInterface<TextField> {};
 

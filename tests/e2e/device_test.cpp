@@ -213,22 +213,15 @@ TEST_F(Device, AnswersActionsAndVariableQueries) {
                                 {"PeerConnectionID", "-1"},
                                 {"Direction", "Output"},
                                 {"Status", "OK"}};
+  // One action per service: the answers themselves are the unit tests' tables.
   const struct {
     const Service& service;
     const char* action;
     Fields in, out;
   } answered[] = {
       {kCds, "GetSearchCapabilities", {}, {{"SearchCaps", "dc:title,upnp:class,res@protocolInfo"}}},
-      {kCds, "GetSortCapabilities", {}, {{"SortCaps", ""}}},
-      // Nothing was profiled, so no protocol is offered yet.
-      {kCms, "GetProtocolInfo", {}, {{"Source", ""}, {"Sink", ""}}},
-      {kCms, "GetCurrentConnectionIDs", {}, {{"ConnectionIDs", "0"}}},
       {kCms, "GetCurrentConnectionInfo", {{"ConnectionID", "0"}}, kNoConnection},
-      {kCms, "GetCurrentConnectionInfo", {{"ConnectionID", "5"}}, kNoConnection},
-      {kMsr, "IsAuthorized", {{"DeviceID", ""}}, {{"Result", "1"}}},
       {kMsr, "IsAuthorized", {{"DeviceID", "renderer-7"}}, {{"Result", "1"}}},
-      {kMsr, "IsValidated", {{"DeviceID", "renderer-7"}}, {{"Result", "0"}}},
-      {kMsr, "RegisterDevice", {{"RegistrationReqMsg", "AAEC"}}, {}},
   };
   for (const auto& c : answered) {
     SCOPED_TRACE(c.action);
@@ -248,7 +241,6 @@ TEST_F(Device, AnswersActionsAndVariableQueries) {
     Fields in;
     int code;
   } refused[] = {
-      {kCds, "GetProtocolInfo", {}, 401},
       {kCms, "Browse", {}, 401},
       {kMsr, "IsAuthorizedX", {{"DeviceID", ""}}, 401},
       {kCds,
@@ -285,8 +277,6 @@ TEST_F(Device, AnswersActionsAndVariableQueries) {
     std::optional<std::string> value;  // nothing: unknown here
   } queries[] = {
       {kCds, "SystemUpdateID", value},
-      {kCms, "SourceProtocolInfo", ""},
-      {kCms, "SinkProtocolInfo", ""},
       {kCms, "CurrentConnectionIDs", "0"},
       {kCds, "NoSuchVariable", std::nullopt},
       // The registrar publishes no variables at all.

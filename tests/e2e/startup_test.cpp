@@ -66,6 +66,11 @@ struct FailingConfig {
   const char* text;
 };
 
+// ctest lists a case by its name, not its bytes.
+void PrintTo(const FailingConfig& c, std::ostream* os) {
+  *os << c.name;
+}
+
 class DaemonBadConfig : public testing::TestWithParam<FailingConfig> {};
 
 TEST_P(DaemonBadConfig, ExitsWith255BeforeLoggingValues) {
@@ -122,6 +127,10 @@ struct OptionCase {
   const char* stdoutHas;
   const char* stderrHas;
 };
+
+void PrintTo(const OptionCase& c, std::ostream* os) {
+  *os << c.name;
+}
 
 class DaemonOptions : public testing::TestWithParam<OptionCase> {};
 

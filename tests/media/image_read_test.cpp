@@ -14,7 +14,6 @@
 #include <string>
 #include <vector>
 
-#include "media/ffprobe_view.h"
 #include "media/jpg_read.h"
 #include "media/reader_test_util.h"
 #include "platform/alloc.h"
@@ -204,36 +203,6 @@ TEST_F(ImageRead, ThumbnailSpan) {
   EXPECT_EQ(jpgGetTn(missing.c_str(), &thumb), -1);
   EXPECT_NE(testing::internal::GetCapturedStderr().find("open file \"" + missing + "\" fail"),
             std::string::npos);
-}
-
-TEST_F(ImageRead, FixturesMatchProbedSize) {
-  const struct {
-    const char* file;
-    MediaReaderFn reader;
-    const char* format = "";
-    const char* probe = nullptr;  // ffprobe's view, when not the file's own
-  } cases[] = {
-      {"jpeg_plain.jpg", jpg_read_info},
-      {"jpeg_exif_thumb.jpg", jpg_read_info},
-      {"png_plain.png", png_read_info},
-      {"png_crlf_damaged.png", png_read_info, "", "png_plain.png"},  // ffprobe refuses it
-      {"gif87a.gif", gif_read_info, "NON-DLNA"},
-      {"gif89a.gif", gif_read_info},
-      {"bmp_topdown.bmp", bmp_read_info},
-      {"tiff_le.tif", tif_read_info},
-      {"tiff_be.tif", tif_read_info},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.file);
-    const auto view = loadFfprobeView(fixture(c.probe ? c.probe : c.file) + ".json");
-    ASSERT_TRUE(view && view->first("video"));
-    EXPECT_EQ(Read(c.reader, fixture(c.file)), 0);
-    EXPECT_EQ(info_->width, view->first("video")->width);
-    EXPECT_EQ(info_->height, view->first("video")->height);
-    EXPECT_STREQ(info_->format, c.format);
-  }
-  // A valid picture, but only baseline frames are understood.
-  EXPECT_EQ(Read(jpg_read_info, fixture("jpeg_progressive.jpg")), -1);
 }
 
 TEST(ImageExif, RealFiles) {

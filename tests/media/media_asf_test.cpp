@@ -10,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "media/ffprobe_view.h"
 #include "media/reader_test_util.h"
 #include "platform/ctype.h"
 
@@ -215,32 +214,6 @@ TEST_F(Asf, TruncatedAndInconsistentHeaders) {
     Bytes bad = good;
     for (int i = 0; i < 8; ++i) bad[30 + 16 + i] = static_cast<uint8_t>(size >> (8 * i));
     EXPECT_EQ(read(bad), rc) << size;
-  }
-}
-
-// Deliberate differences from a demuxer: the duration is play time less
-// preroll from the file properties (a demuxer reaches to the last packet's
-// end), and the frame rate comes only from extended stream properties, which
-// these encoders do not write.
-TEST_F(Asf, FixturesAgreeWithFfprobe) {
-  for (const char* name : {"wma_wmav2.wma", "asf_wmv2.wmv"}) {
-    const auto view = loadFfprobeView(reader_test::fixture(name) + ".json");
-    ASSERT_TRUE(view) << name;
-    *info = MediaInfo{};
-    ASSERT_EQ(reader_test::readFixture(asf_read_info, kMediaFileWmv, name, info.get()), 0) << name;
-
-    EXPECT_EQ(info->file_size, view->size) << name;
-    EXPECT_NEAR(info->duration / 1e6, view->duration, 0.1) << name;
-    const FfprobeStream* audio = view->first("audio");
-    ASSERT_TRUE(audio) << name;
-    EXPECT_EQ(info->audio_codec, codecOf(audio)) << name;
-    EXPECT_EQ(info->channels, audio->channels) << name;
-    EXPECT_EQ(info->sample_rate, static_cast<uint32_t>(audio->sample_rate)) << name;
-    EXPECT_EQ(info->audio_bit_rate, audio->bit_rate) << name;
-    const FfprobeStream* video = view->first("video");
-    EXPECT_EQ(info->video_codec, codecOf(video)) << name;
-    EXPECT_EQ(info->video_width, video ? video->width : 0) << name;
-    EXPECT_EQ(info->video_height, video ? video->height : 0) << name;
   }
 }
 

@@ -10,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "media/ffprobe_view.h"
 #include "media/reader_test_util.h"
 
 namespace {
@@ -196,32 +195,6 @@ TEST_F(Flv, DeepNestingIsBounded) {
     put(file, tag(18, body));
     EXPECT_EQ(read(file), c.rc) << +c.opener;
     EXPECT_EQ(info->duration, 7000000) << +c.opener;
-  }
-}
-
-// Codecs, channels and sample rate come from the tags; picture size, frame
-// rate, data rates and duration only from the metadata, so a file without it
-// deliberately reports none of them where a demuxer would decode frames.
-TEST_F(Flv, FixturesAgreeWithFfprobe) {
-  const std::pair<const char*, bool> cases[] = {
-      {"flv_h264_aac_meta.flv", true}, {"flv_sorenson_mp3.flv", true}, {"flv_nometa.flv", false}};
-  for (auto [name, meta] : cases) {
-    const auto view = loadFfprobeView(reader_test::fixture(name) + ".json");
-    ASSERT_TRUE(view && view->first("audio") && view->first("video")) << name;
-    const FfprobeStream *audio = view->first("audio"), *video = view->first("video");
-    *info = MediaInfo{};
-    ASSERT_EQ(reader_test::readFixture(flv_read_info, kMediaFileFlv, name, info.get()), 0) << name;
-
-    EXPECT_EQ(info->video_codec, codecOf(video)) << name;
-    EXPECT_EQ(info->audio_codec, codecOf(audio)) << name;
-    EXPECT_EQ(info->channels, audio->channels) << name;
-    EXPECT_EQ(info->sample_rate, static_cast<uint32_t>(audio->sample_rate)) << name;
-    EXPECT_EQ(info->video_width, meta ? video->width : 0) << name;
-    EXPECT_EQ(info->video_height, meta ? video->height : 0) << name;
-    EXPECT_EQ(info->frame_rate, meta ? static_cast<uint32_t>(frameRate(video->r_frame_rate)) : 0)
-        << name;
-    EXPECT_EQ(info->video_bit_rate, meta ? video->bit_rate : 0) << name;
-    EXPECT_NEAR(info->duration / 1e6, meta ? view->duration : 0, 1e-6) << name;
   }
 }
 

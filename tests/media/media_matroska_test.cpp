@@ -11,7 +11,6 @@
 #include <memory>
 #include <string>
 
-#include "media/ffprobe_view.h"
 #include "media/reader_test_util.h"
 
 namespace {
@@ -226,75 +225,6 @@ TEST(MatroskaReader, MissingSeekEntryOnlyLosesThatElement) {
   EXPECT_NE(log.find("_ebml_get_matroskaInfo Segment Information failed!(-1)"), std::string::npos);
   EXPECT_EQ(info->duration, 0);
   EXPECT_EQ(info->video_codec, kMediaCodecH264);
-}
-
-TEST(MatroskaReader, AnyTruncationOrCorruptionIsReadSafely) {
-  const Bytes file = Mkv{}.bytes();
-  const auto check = [](const Bytes& bytes, const std::string& what) {
-    int32_t rc = -9;
-    readMkv(bytes, &rc);
-    EXPECT_TRUE(rc == 0 || rc == kMkvErrFormat || rc == kMkvErrRead || rc == kMkvErrResource)
-        << what << ": " << rc;
-  };
-  logOf(kLogFailure, [&] {  // thousands of refusals need no lines
-    for (size_t n = 0; n < file.size(); ++n) check(prefix(file, n), "cut");
-    for (size_t i = 0; i < file.size(); ++i) {
-      for (uint8_t value : {0x00, 0x01, 0x7F, 0xFF}) {
-        Bytes bad = file;
-        bad[i] = value;
-        check(bad, "byte " + std::to_string(i));
-      }
-    }
-  });
-}
-
-// ---- Real files ----
-
-TEST(MatroskaReader, RealFilesAgreeWithFfprobe) {
-  // The kept configurations: the head of the AVC record and of the
-  // AudioSpecificConfig, at most 4 bytes of each.
-  const struct {
-    const char* name;
-    uint32_t audio_codec;
-    uint32_t audio_config_size;
-    uint32_t sample_rate = 0;  // the track's own where ffprobe gives the SBR output rate
-  } cases[] = {
-      {"mkv_h264_high_ac3.mkv", kMediaCodecAc3, 0},
-      {"mkv_h264_aac.mkv", kMediaCodecAac, 4},
-      {"mkv_h264_mp3.mkv", kMediaCodecMp3, 0},
-      {"mkv_h264_high41_ac3.mkv", kMediaCodecAc3, 0},
-      {"mkv_h264_main31_aac.mkv", kMediaCodecAac, 2},
-      {"mkvmerge_h264_high41_ac3.mkv", kMediaCodecAc3, 0},
-      {"mkvmerge_h264_main31_heaac.mkv", kMediaCodecAac, 4, 24000},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const auto view = loadFfprobeView(fixture(c.name) + ".json");
-    ASSERT_TRUE(view && view->first("video") && view->first("audio"));
-    const FfprobeStream &video = *view->first("video"), &audio = *view->first("audio");
-    auto info = std::make_unique<MediaInfo>();
-    ASSERT_EQ(readFixture(mkv_read_info, kMediaFileMkv, c.name, info.get()), 0);
-    EXPECT_NEAR(info->duration / 1e6, view->duration, 0.001);
-    // A rate needs a whole second.
-    const auto seconds = static_cast<int64_t>(view->duration);
-    EXPECT_EQ(info->bit_rate, seconds ? view->size * 8 / seconds : 0);
-    EXPECT_EQ(info->video_codec, kMediaCodecH264);
-    EXPECT_EQ(info->video_width, video.width);
-    EXPECT_EQ(info->video_height, video.height);
-    EXPECT_NEAR(1.0 * info->frame_rate_num / info->frame_rate_den, frameRate(video.r_frame_rate),
-                0.001);
-    ASSERT_EQ(info->video_config_size, 4u);
-    EXPECT_EQ(info->video_config[0], 1);
-    EXPECT_EQ(info->video_config[1], video.profile == "High"   ? 100
-                                     : video.profile == "Main" ? 77
-                                                               : 0);
-    EXPECT_EQ(info->video_config[3], video.level);
-    EXPECT_EQ(info->audio_codec, c.audio_codec);
-    EXPECT_EQ(info->audio_config_size, c.audio_config_size);
-    EXPECT_EQ(info->channels, audio.channels);
-    EXPECT_EQ(info->sample_rate,
-              c.sample_rate ? c.sample_rate : static_cast<uint32_t>(audio.sample_rate));
-  }
 }
 
 }  // namespace

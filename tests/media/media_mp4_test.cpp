@@ -9,7 +9,6 @@
 #include <memory>
 #include <string>
 
-#include "media/ffprobe_view.h"
 #include "media/reader_test_util.h"
 
 namespace {
@@ -196,68 +195,6 @@ TEST(Mp4Reader, UnfollowableSizesStopTheWalkSafely) {
   for (int i = 0; i < 20; ++i) many = cat({many, box("free", {})});
   EXPECT_EQ(readMp4(cat({many, moov}))->duration, 0);
   EXPECT_EQ(readMp4(cat({Bytes(many.begin(), many.end() - 8), moov}))->duration, 2000000);
-}
-
-TEST(Mp4Reader, AnyTruncationOrCorruptionIsReadSafely) {
-  const Bytes file =
-      cat({ftyp("3gp6"), box("moov", cat({mvhd(1000, 10000), kAacTrack, kVideoTrack})),
-           box("mdat", Bytes(16, 0))});
-  for (size_t n = 0; n < file.size(); ++n) {
-    int32_t rc = -9;
-    readMp4(Bytes(file.begin(), file.begin() + n), &rc);
-    EXPECT_EQ(rc, 0) << "truncated at " << n;
-  }
-  for (size_t i = 0; i < file.size(); ++i) {
-    for (uint8_t value : {0x00, 0x07, 0x80, 0xFF}) {
-      Bytes bad = file;
-      bad[i] = value;
-      int32_t rc = -9;
-      readMp4(bad, &rc);
-      EXPECT_EQ(rc, 0) << "byte " << i << " = " << int{value};
-    }
-  }
-}
-
-// The reader takes channels from the sample entry and the video codec from the
-// shared FOURCC table: a 3GP entry states 2 channels for mono AAC, and "s263"
-// is not in the table.
-TEST(Mp4Reader, RealFilesAgreeWithFfprobe) {
-  const struct {
-    const char* name;
-    const char* format;
-    uint32_t video_codec, audio_codec, channels;
-  } cases[] = {
-      {"mp4_h264_aac.mp4", "mp4", kMediaCodecH264, kMediaCodecAac, 0},
-      {"mp4_moov_after_mdat.mp4", "mp4", kMediaCodecH264, kMediaCodecAac, 0},
-      {"mp4_mpeg4part2.mp4", "mp4", kMediaCodecMpeg4, kMediaCodecAac, 0},
-      {"m4a_aac.m4a", "mp4", kMediaCodecNone, kMediaCodecAac, 0},
-      {"gp3_brand.3gp", "3gp4", kMediaCodecNone, kMediaCodecAac, 2},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const auto view = loadFfprobeView(fixture(c.name) + ".json");
-    ASSERT_TRUE(view);
-    auto info = std::make_unique<MediaInfo>();
-    ASSERT_EQ(readFixture(mp4_read_info, kMediaFileMp4, c.name, info.get()), 0);
-    EXPECT_STREQ(info->format, c.format);
-    EXPECT_NEAR(info->duration / 1e6, view->duration, 0.001);
-    EXPECT_EQ(info->bit_rate, view->bit_rate);
-
-    const FfprobeStream* audio = view->first("audio");
-    ASSERT_TRUE(audio);
-    EXPECT_EQ(info->audio_codec, c.audio_codec);
-    EXPECT_EQ(info->channels, c.channels ? c.channels : audio->channels);
-    EXPECT_EQ(info->sample_rate, static_cast<uint32_t>(audio->sample_rate));
-    EXPECT_EQ(info->audio_bit_rate, audio->bit_rate);
-
-    const FfprobeStream* video = view->first("video");
-    EXPECT_EQ(info->has_video, video ? 1 : 0);
-    if (!video) continue;
-    EXPECT_EQ(info->video_codec, c.video_codec);
-    EXPECT_EQ(info->video_width, video->width);
-    EXPECT_EQ(info->video_height, video->height);
-    EXPECT_EQ(info->frame_rate, static_cast<uint32_t>(frameRate(video->r_frame_rate)));
-  }
 }
 
 }  // namespace

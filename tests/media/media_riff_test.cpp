@@ -5,7 +5,6 @@
 #include <memory>
 #include <string>
 
-#include "media/ffprobe_view.h"
 #include "media/media_avi.h"
 #include "media/media_wav.h"
 #include "media/reader_test_util.h"
@@ -182,27 +181,6 @@ Read readFixture(MediaReaderFn reader, uint32_t kind, const std::string& name) {
   Read r;
   r.rc = reader_test::readFixture(reader, kind, name, r.info.get());
   return r;
-}
-
-TEST(RiffFixtures, AviMatchesFfprobe) {
-  for (const char* name : {"avi_mpeg4_mp3.avi", "avi_pcm_u8.avi"}) {
-    const auto view = loadFfprobeView(reader_test::fixture(name) + ".json");
-    ASSERT_TRUE(view && view->first("video") && view->first("audio")) << name;
-    const FfprobeStream *v = view->first("video"), *a = view->first("audio");
-    Read r = readFixture(avi_read_info, kMediaFileAvi, name);
-    ASSERT_EQ(r.rc, 0) << name;
-    const MediaInfo& i = *r.info;
-    EXPECT_EQ(i.video_codec, codecOf(v)) << name;
-    EXPECT_EQ(i.video_width, v->width) << name;
-    EXPECT_EQ(i.video_height, v->height) << name;
-    EXPECT_EQ(std::to_string(i.video_bit_rate) + "/1", v->r_frame_rate) << name;
-    // Whole seconds only: the frame count is divided by the integer rate.
-    EXPECT_EQ(i.duration, static_cast<int64_t>(view->duration) * 1000000) << name;
-    EXPECT_EQ(i.bit_rate, i.file_size * 8 / static_cast<uint32_t>(view->duration)) << name;
-    EXPECT_EQ(i.audio_codec, codecOf(a)) << name;
-    EXPECT_EQ(i.sample_rate, static_cast<uint32_t>(a->sample_rate)) << name;
-    EXPECT_EQ(i.channels, a->channels) << name;
-  }
 }
 
 TEST(RiffFixtures, WavLayouts) {

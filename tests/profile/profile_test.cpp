@@ -75,26 +75,6 @@ TEST(ProfileRegistry, ExtensionMatching) {
   EXPECT_EQ(dlnaGetFileExt("/dir/file"), nullptr);
 }
 
-TEST(ProfileRegistry, DurationParsing) {
-  // clang-format off
-  const struct { const char* text; uint64_t want; } cases[] = {
-      {"1:02:03.250", 3723250},
-      {"61", 61000},
-      {"0:00:01.5", 1005},
-      {"", 0},
-      {nullptr, 0},
-      {"1::3", 63000},
-      {"100:00:00.000", 360000000},
-      {"1.2.3", 1003},
-      // Only 23 characters are read: the fraction is cut to "12".
-      {"00000000000000000001.12345", 1012},
-  };
-  // clang-format on
-  for (const auto& c : cases) {
-    EXPECT_EQ(dlnaParseDuration(c.text), c.want) << (c.text ? c.text : "null");
-  }
-}
-
 TEST(ProfileRegistry, TransferKeepsFieldsWithDefaults) {
   // clang-format off
   const struct { int64_t duration; const char* text; } durations[] = {

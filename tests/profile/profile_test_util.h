@@ -24,15 +24,21 @@ inline std::unique_ptr<MediaInfo> newInfo(const char* format = "") {
   return info;
 }
 
-// A folder of this process for the test files, made once.
+// A folder of this process for the test files, made on first use and removed
+// when the process exits (each ctest run is a process of its own).
 inline const std::string& testDir() {
-  static const std::string dir = [] {
-    auto path =
-        std::filesystem::temp_directory_path() / ("dmsd_profile_" + std::to_string(getpid()));
-    std::filesystem::create_directories(path);
-    return path.string();
-  }();
-  return dir;
+  struct Dir {
+    std::string path =
+        (std::filesystem::temp_directory_path() / ("dmsd_profile_" + std::to_string(getpid())))
+            .string();
+    Dir() { std::filesystem::create_directories(path); }
+    ~Dir() {
+      std::error_code ignored;
+      std::filesystem::remove_all(path, ignored);
+    }
+  };
+  static const Dir dir;
+  return dir.path;
 }
 
 inline std::string writeFile(const std::string& name, const std::vector<uint8_t>& bytes) {

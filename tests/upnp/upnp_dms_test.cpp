@@ -37,20 +37,6 @@ TEST(UpnpDmsEscape, TextWithNothingToEscapeIsUsedAsItIs) {
   }
 }
 
-// Two blanks per level above one, cut at the buffer's size.
-TEST(UpnpDmsTag, IndentsByLevelAndNeverWritesPastSize) {
-  char wide[256] = "x";
-  EXPECT_EQ(_WriteTag2XML(wide, sizeof wide, "<a>", 100, 1), 0);
-  EXPECT_EQ(wide, "x" + std::string(198, ' ') + "<a>\n");
-  EXPECT_EQ(_WriteTag2XML(wide, sizeof wide, "<a>", 101, 1), -1);
-  char buffer[16];
-  memset(buffer, '#', sizeof buffer);
-  strcpy(buffer, "abc");
-  EXPECT_EQ(_WriteTag2XML(buffer, 8, "defghij", 2, 1), 0);
-  EXPECT_EQ(_WriteTag2XML(buffer, 8, "k", 0, 1), 0);
-  EXPECT_EQ(std::string(buffer, 16), std::string("abc  de\0", 8) + std::string(8, '#'));
-}
-
 std::vector<IXML_Element*> elements(IXML_Element* parent, const char* tag) {
   std::vector<IXML_Element*> found;
   IXML_NodeList* list = ixmlElement_getElementsByTagName(parent, tag);
