@@ -14,15 +14,15 @@ files=$(git ls-files -co --exclude-standard 'src/*.cpp' 'src/*.h' 'tests/*.cpp' 
 files=$(for f in $files; do [ -f "$f" ] && echo "$f"; done)
 clang-format --dry-run --Werror $files
 
-build() {  # dir, extra cmake arguments...
+build() {  # dir, extra cmake arguments...; $targets: only these
   local dir=$1
   shift
   cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
-  cmake --build "$dir"
+  cmake --build "$dir" ${targets:+--target $targets}
 }
 
 echo "== ThreadSanitizer: concurrency tests"
-build build-tsan -DDMSD_SANITIZE=thread
+targets=dmsd_unit_tests build build-tsan -DDMSD_SANITIZE=thread
 TSAN_OPTIONS=halt_on_error=1 ./build-tsan/tests/dmsd_unit_tests --gtest_filter='Concurrency*'
 
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer"
