@@ -152,13 +152,7 @@ class Hostile : public testing::Test {
   }
 
   e2e::Xml browse(const std::string& id) {
-    e2e::SoapResult r = e2e::soapAction(std::string(kBase) + "/web/cds_control", kCdsType, "Browse",
-                                        {{"ObjectID", id},
-                                         {"BrowseFlag", "BrowseDirectChildren"},
-                                         {"Filter", "*"},
-                                         {"StartingIndex", "0"},
-                                         {"RequestedCount", "0"},
-                                         {"SortCriteria", ""}});
+    e2e::SoapResult r = e2e::browseChildren(std::string(kBase) + "/web/cds_control", id);
     EXPECT_TRUE(r.ok()) << r.http.raw;
     return e2e::parseXml(e2e::findField(r.out, "Result").value_or("")).value_or(e2e::Xml{});
   }

@@ -143,14 +143,7 @@ class Stream : public testing::Test {
   // Records the first res of every item of a view by its size, which tells the
   // files apart (titles come from tags).
   void browseItems(const std::string& id) {
-    e2e::SoapResult r =
-        e2e::soapAction("http://127.0.0.1:49152/web/cds_control", kCdsType, "Browse",
-                        {{"ObjectID", id},
-                         {"BrowseFlag", "BrowseDirectChildren"},
-                         {"Filter", "*"},
-                         {"StartingIndex", "0"},
-                         {"RequestedCount", "0"},
-                         {"SortCriteria", ""}});
+    e2e::SoapResult r = e2e::browseChildren("http://127.0.0.1:49152/web/cds_control", id);
     ASSERT_TRUE(r.ok()) << r.http.raw;
     auto didl = e2e::parseXml(e2e::findField(r.out, "Result").value_or(""));
     ASSERT_TRUE(didl);

@@ -344,4 +344,14 @@ std::string SsdpListener::heard() const {
   return text;
 }
 
+SoapResult browseChildren(const std::string& controlUrl, const std::string& objectId) {
+  return soapAction(controlUrl, "urn:schemas-upnp-org:service:ContentDirectory:1", "Browse",
+                    {{"ObjectID", objectId},
+                     {"BrowseFlag", "BrowseDirectChildren"},
+                     {"Filter", "*"},
+                     {"StartingIndex", "0"},
+                     {"RequestedCount", "0"},
+                     {"SortCriteria", ""}});
+}
+
 }  // namespace e2e

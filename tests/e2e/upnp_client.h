@@ -63,6 +63,8 @@ struct SoapResult {
 
 SoapResult soapAction(const std::string& controlUrl, const std::string& serviceType,
                       const std::string& action, const Fields& args = {});
+// BrowseDirectChildren of `objectId`, every child at once, all properties.
+SoapResult browseChildren(const std::string& controlUrl, const std::string& objectId);
 SoapResult queryStateVariable(const std::string& controlUrl, const std::string& varName);
 
 struct GenaEvent {
