@@ -24,7 +24,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char kCdsType[] = "urn:schemas-upnp-org:service:ContentDirectory:1";
 constexpr char kMedia[] = "http://127.0.0.1:49152";
 constexpr size_t kBigPadding = 16 << 20;  // more than loopback buffers hold
 // Past 4 GiB, so sizes and offsets need 64 bits; sparse, so it costs no disk.
