@@ -26,10 +26,10 @@
 #include <string_view>
 #include <vector>
 
+#include "content/state_var.h"
 #include "media/media_parse.h"
 #include "platform/alloc.h"
 #include "profile/profile.h"
-#include "upnp/state_var.h"
 
 namespace {
 

@@ -14,11 +14,11 @@
 #include <vector>
 
 #include "content/folders.h"
+#include "content/state_var.h"
 #include "content/test_library.h"
 #include "fakes/action_request.h"
 #include "fakes/fake_upnp_device.h"
 #include "http/http_header.h"
-#include "upnp/state_var.h"
 
 namespace {
 

@@ -10,10 +10,10 @@
 #include <string>
 #include <utility>
 
+#include "content/dlna_info.h"
 #include "content/library.h"
 #include "content/metadata.h"
 #include "content/notify.h"
-#include "core/dlna_dms.h"
 
 namespace {
 

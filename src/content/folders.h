@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "core/dlna_info.h"
+#include "content/dlna_info.h"
 
 struct DlnaEntry;
 

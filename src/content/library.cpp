@@ -15,11 +15,11 @@
 
 #include "content/metadata.h"
 #include "content/notify.h"
-#include "core/dms_main.h"
+#include "content/state_var.h"
+#include "platform/config.h"
 #include "platform/ctype.h"
 #include "platform/log.h"
 #include "profile/profile.h"
-#include "upnp/state_var.h"
 
 namespace {
 

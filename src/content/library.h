@@ -12,7 +12,7 @@
 
 #include <cstdint>
 
-#include "core/dlna_info.h"
+#include "content/dlna_info.h"
 
 struct DlnaEntry;
 struct DlnaMediaResult;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/log.h"
+#include "profile/profile.h"
 
 namespace {
 
@@ -248,4 +249,24 @@ void dlnaFreeMetaLst(DlnaInfo* info) {
   info->containerCount = 0;
   info->index.reset();
   info->items.clear();
+}
+
+std::string dlnaWriteProtocolInfo(int32_t mode, int32_t /*ignored*/, const DlnaEntry* entry) {
+  if (!entry || !entry->media) return {};
+  const DlnaItemMedia& media = *entry->media;
+  return dlnaProtocolInfoText(mode, media.profileName, media.mime.c_str(), media.mediaClass);
+}
+
+const char* dlnaGetItemClassStr(const DlnaEntry* entry) {
+  if (!entry || !entry->media) return nullptr;
+  switch (entry->media->mediaClass) {
+    case kDlnaClassAudio:
+      return "object.item.audioItem.musicTrack";
+    case kDlnaClassVideo:
+      return "object.item.videoItem";
+    case kDlnaClassImage:
+      return "object.item.imageItem.photo";
+    default:
+      return nullptr;
+  }
 }

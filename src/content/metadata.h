@@ -11,8 +11,8 @@
 #include <memory>
 #include <string>
 
-#include "core/dlna_info.h"
-#include "core/dlna_types.h"
+#include "content/dlna_info.h"
+#include "profile/dlna_types.h"
 
 // The media record an item keeps: the profiling result up to its title, then
 // the ids of the groups the item was filed into (0: none) instead of its tag texts.
@@ -132,3 +132,10 @@ void _dlnaFreeEntry(DlnaInfo* info, DlnaEntry* entry);
 
 // Frees the whole tree under the write lock and resets the id counter and counts.
 void dlnaFreeMetaLst(DlnaInfo* info);
+
+// protocolInfo of an item: mode 1 gives the full "http-get:*:MIME:..." text,
+// any other mode only "MIME:...". Empty for an entry without media.
+std::string dlnaWriteProtocolInfo(int32_t mode, int32_t ignored, const DlnaEntry* entry);
+
+// The UPnP class of an item, or null.
+const char* dlnaGetItemClassStr(const DlnaEntry* entry);

@@ -14,8 +14,8 @@
 #include "content/folders.h"
 #include "content/library.h"
 #include "content/metadata.h"
+#include "content/state_var.h"
 #include "platform/log.h"
-#include "upnp/state_var.h"
 
 namespace {
 

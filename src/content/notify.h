@@ -14,7 +14,7 @@
 #include <map>
 #include <string>
 
-#include "core/dlna_info.h"
+#include "content/dlna_info.h"
 
 // Watch descriptor -> id of the folder container it watches. Owned by the
 // record (info->watches) from dlnaRegNotify to dlnaUnregNotify.

@@ -9,12 +9,12 @@
 #include "content/library.h"
 #include "content/metadata.h"
 #include "content/notify.h"
+#include "content/state_var.h"
 #include "core/dms_signal.h"
 #include "platform/ctype.h"
 #include "platform/log.h"
 #include "platform/timer.h"
 #include "profile/profile.h"
-#include "upnp/state_var.h"
 #include "upnp/upnp_dms.h"
 
 namespace {
@@ -31,8 +31,6 @@ void stopProfiles(DlnaInfo* info) {
 }
 }  // namespace
 
-DlnaInfo g_tDlnaInfo;
-
 DmsSubsystems g_tDmsSubsystems = {
     .startProfiles = startProfiles,
     .stopProfiles = stopProfiles,
@@ -45,29 +43,12 @@ DmsSubsystems g_tDmsSubsystems = {
     .rescan = _dlnaExeRebuild,
 };
 
-void _dlnaInit(DlnaInfo* info) {
-  if (!info) return;
-  info->built = 0;
-  info->state = kDmsIdle;
-  info->nextId = kDlnaFirstId;
-  info->systemUpdateId = 0;
-  info->musicCount = 0;
-  info->photoCount = 0;
-  info->videoCount = 0;
-  info->containerCount = 0;
-  info->notifyFd = -1;
-  info->timer = 0;
-  info->deviceHandle = -1;
-  memset(info->ip, 0, sizeof info->ip);
-  info->port = 0;
-  info->index = std::make_unique<DlnaIndex>();
-  info->root = nullptr;
-  info->registry = nullptr;
-  info->watches = nullptr;
-}
-
 void _dlnaDmsInit() {
   _dlnaInit(&g_tDlnaInfo);
+  // The lower layers report through hooks: variable changes go out as events,
+  // and every profiled file grows SourceProtocolInfo.
+  dlnaSetVarNotifier(dlnaNotifyVarChange);
+  dlnaSetProfileSink(dlnaAddSourceProtocolInfo);
   ctypeInit(1, kCtypeDetect);
 }
 

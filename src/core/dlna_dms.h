@@ -5,8 +5,8 @@
 // does not have, and its step is skipped as if it had succeeded.
 #pragma once
 
-#include "core/dlna_info.h"
-#include "core/dms_main.h"
+#include "content/dlna_info.h"
+#include "platform/config.h"
 
 struct DmsSubsystems {
   // Creates the profile registry into info->registry and registers the profiles.
@@ -29,11 +29,7 @@ struct DmsSubsystems {
 
 extern DmsSubsystems g_tDmsSubsystems;
 
-// Sets every field of a server-state record to its initial value, with a new
-// empty id index; the lock is left alone. Null is ignored.
-void _dlnaInit(DlnaInfo* info);
-
-// _dlnaInit(&g_tDlnaInfo) and the charset converter.
+// _dlnaInit(&g_tDlnaInfo), the hooks of the lower layers and the charset converter.
 void _dlnaDmsInit();
 
 // Starts the server when gtDmsCfg enables it: 0 (also when disabled), -1 when

@@ -13,10 +13,7 @@
 #include "core/dlna_dms.h"
 #include "platform/alloc.h"
 #include "platform/log.h"
-#include "stack/upnp_device.h"
-
-DmsCfg gtDmsCfg;
-DmsPaths g_tDmsPaths;
+#include "upnp/upnp_dms.h"
 
 namespace {
 
@@ -204,7 +201,7 @@ int dmsMain(int argc, char** argv) {
   std::string configDir = g_tDmsPaths.config;
   size_t slash = configDir.rfind('/');
   configDir = slash == std::string::npos ? "." : configDir.substr(0, slash ? slash : 1);
-  UpnpDeviceSetUuidFile((configDir + (configDir == "/" ? "" : "/") + "dms.uuid").c_str());
+  dlnaSetDeviceUuidFile((configDir + (configDir == "/" ? "" : "/") + "dms.uuid").c_str());
 
   if (_InitDmsConf() != 0) {
     DMS_LOG(kLogFailure, "cannot read configuration %s", g_tDmsPaths.config.c_str());

@@ -11,9 +11,9 @@
 
 #include "content/folders.h"
 #include "content/notify.h"
+#include "content/state_var.h"
 #include "core/dlna_dms.h"
 #include "platform/log.h"
-#include "upnp/state_var.h"
 
 namespace {
 

@@ -16,16 +16,16 @@
 #include <shared_mutex>
 #include <string>
 
+#include "content/dlna_info.h"
 #include "content/metadata.h"
-#include "core/dlna_info.h"
-#include "core/dms_main.h"
 #include "http/http_header.h"
 #include "media/jpg_read.h"
 #include "media/media_mp3.h"
 #include "media/media_thumbnail.h"
 #include "platform/alloc.h"
+#include "platform/config.h"
 #include "platform/log.h"
-#include "upnp/upnp_dms.h"
+#include "services/scpd.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include <shared_mutex>
 #include <string>
 
+#include "content/dlna_info.h"
 #include "content/metadata.h"
-#include "core/dlna_info.h"
 #include "platform/alloc.h"
 #include "platform/log.h"
 #include "profile/profile.h"

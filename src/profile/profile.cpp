@@ -1,6 +1,5 @@
 // The profile registry and the parser walk over one file, the copy of a
-// MediaInfo into the per-file result, protocolInfo texts and the growth of the
-// ConnectionManager's SourceProtocolInfo; see profile.h.
+// MediaInfo into the per-file result and protocolInfo texts; see profile.h.
 #include "profile/profile.h"
 
 #include <strings.h>
@@ -12,7 +11,6 @@
 #include <new>
 #include <optional>
 
-#include "content/metadata.h"
 #include "platform/alloc.h"
 #include "platform/decimal.h"
 #include "platform/log.h"
@@ -21,7 +19,6 @@
 #include "profile/image.h"
 #include "profile/mpeg2.h"
 #include "profile/video.h"
-#include "upnp/state_var.h"
 
 namespace {
 
@@ -48,14 +45,7 @@ constexpr DlnaMediaParser dlna_profile_av_flv = {19, kDlnaClassVideo, "flv", par
 constexpr DlnaMediaParser dlna_profile_av_mkv = {20, kDlnaClassVideo, "mkv", parse_mkv};
 // clang-format on
 
-// Serialises the read-modify-write of SourceProtocolInfo across profiling threads.
-std::mutex g_sourceInfoMutex;
-// The (name, mime) pairs already in the list, for the variable table of
-// g_sourceInfoGeneration; guarded by g_sourceInfoMutex. Bounded, as scratch
-// MIME texts are one per rate/channel pair.
-constexpr size_t kSourceInfoCacheRows = 256;
-std::vector<std::pair<const char*, const char*>> g_sourceInfoAdded;
-uint64_t g_sourceInfoGeneration = 0;
+std::atomic<DlnaProfileSink> g_profileSink{nullptr};
 
 std::atomic<const MediaReaderTable*> g_mediaReaders{nullptr};
 
@@ -187,11 +177,16 @@ DlnaMediaResult* dlnaGetMediaProfile(DlnaProfileRegistry* registry, const char* 
     dlnaFreeItemTmp(result);
     return nullptr;
   }
-  if (dlnaAddSourceProtocolInfo(result->profileName, result->mime) != 0) {
+  DlnaProfileSink sink = g_profileSink.load();
+  if (sink && sink(result->profileName, result->mime) != 0) {
     dlnaFreeItemTmp(result);
     return nullptr;
   }
   return result;
+}
+
+void dlnaSetProfileSink(DlnaProfileSink sink) {
+  g_profileSink.store(sink);
 }
 
 void dlnaFreeItemTmp(DlnaMediaResult* result) {
@@ -238,46 +233,6 @@ void dlnaTansferMediaInfo(DlnaMediaResult* result, const MediaInfo* info) {
   result->title = text(info->title);
 }
 
-int32_t dlnaAddSourceProtocolInfo(const char* name, const char* mime) {
-  if (!name || !mime) return -1;
-  std::lock_guard<std::mutex> guard(g_sourceInfoMutex);
-  // Every file of a library lands on one of a few dozen pairs, and profile
-  // names and MIME texts live as long as the process: once a pair is in the
-  // list, later files skip formatting the entry and copying the whole list.
-  uint64_t generation = dlnaVarTableGeneration();
-  if (generation != g_sourceInfoGeneration) {
-    g_sourceInfoAdded.clear();
-    g_sourceInfoGeneration = generation;
-  }
-  for (const auto& [addedName, addedMime] : g_sourceInfoAdded) {
-    if (addedName == name && addedMime == mime) return 0;
-  }
-
-  bool nonDlna = strcmp(name, kDlnaNonDlna) == 0;
-  char entry[256];
-  if (nonDlna) {
-    snprintf(entry, sizeof(entry), "http-get:*:%s:*", mime);
-  } else {
-    snprintf(entry, sizeof(entry), "http-get:*:%s:DLNA.ORG_PN=%s", mime, name);
-  }
-  std::optional<std::string> current = dlnaGetVarValue(kCmsServiceId, "SourceProtocolInfo");
-  if (!current) return -1;
-  if (g_sourceInfoAdded.size() < kSourceInfoCacheRows) g_sourceInfoAdded.emplace_back(name, mime);
-  std::string value;
-  if (current->empty()) {
-    value = entry;
-  } else if (current->find(entry) != std::string::npos) {
-    return 0;
-  } else if (nonDlna) {
-    value = *current + "," + entry;
-  } else {
-    // Profiled entries lead the list that control points read.
-    value = std::string(entry) + "," + *current;
-  }
-  dlnaSetVarValue(kCmsServiceId, "SourceProtocolInfo", value.c_str());
-  return 0;
-}
-
 std::string dlnaProtocolInfoText(int32_t mode, const char* name, const char* mime,
                                  uint32_t mediaClass) {
   if (!mime) mime = "";
@@ -298,26 +253,6 @@ std::string dlnaProtocolInfoText(int32_t mode, const char* name, const char* mim
     snprintf(text, sizeof(text), "%s%s", mime, fourth);
   }
   return text;
-}
-
-std::string dlnaWriteProtocolInfo(int32_t mode, int32_t /*ignored*/, const DlnaEntry* entry) {
-  if (!entry || !entry->media) return {};
-  const DlnaItemMedia& media = *entry->media;
-  return dlnaProtocolInfoText(mode, media.profileName, media.mime.c_str(), media.mediaClass);
-}
-
-const char* dlnaGetItemClassStr(const DlnaEntry* entry) {
-  if (!entry || !entry->media) return nullptr;
-  switch (entry->media->mediaClass) {
-    case kDlnaClassAudio:
-      return "object.item.audioItem.musicTrack";
-    case kDlnaClassVideo:
-      return "object.item.videoItem";
-    case kDlnaClassImage:
-      return "object.item.imageItem.photo";
-    default:
-      return nullptr;
-  }
 }
 
 namespace {

@@ -14,10 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "core/dlna_types.h"
 #include "media/media_parse.h"
-
-struct DlnaEntry;
+#include "profile/dlna_types.h"
 
 inline constexpr char kDlnaNonDlna[] = "NON-DLNA";
 
@@ -84,7 +82,7 @@ void dlnaRegMediaProfile(DlnaProfileRegistry* registry);
 void _dlnaRegProfile(DlnaProfileRegistry* registry, const DlnaMediaParser* record);
 
 // Profiles the file at path: a result (free with dlnaFreeItemTmp) or null when
-// no parser claims it. Adds the profile's entry to SourceProtocolInfo.
+// no parser claims it. Tells the installed sink of its profile.
 DlnaMediaResult* dlnaGetMediaProfile(DlnaProfileRegistry* registry, const char* path);
 void dlnaFreeItemTmp(DlnaMediaResult* result);
 
@@ -94,19 +92,15 @@ const DlnaProfile* dlnaParseMediaProfile(DlnaDecideFn decide, DlnaMediaResult* r
                                          const char* path, uint32_t kind);
 void dlnaTansferMediaInfo(DlnaMediaResult* result, const MediaInfo* info);
 
-// Adds the protocolInfo entry of (name, mime) to SourceProtocolInfo: DLNA
-// entries in front, NON-DLNA ones at the end, nothing already contained. 0, or
-// -1 when the variable does not exist.
-int32_t dlnaAddSourceProtocolInfo(const char* name, const char* mime);
+// Told the (profile, MIME) of every file profiled; non-zero refuses the file.
+// The daemon installs the SourceProtocolInfo update here.
+using DlnaProfileSink = int32_t (*)(const char* name, const char* mime);
+void dlnaSetProfileSink(DlnaProfileSink sink);
 
-// protocolInfo of an item: mode 1 gives the full "http-get:*:MIME:..." text,
-// any other mode only "MIME:...". Empty for an entry without media.
-std::string dlnaWriteProtocolInfo(int32_t mode, int32_t ignored, const DlnaEntry* entry);
+// protocolInfo text of a profile: mode 1 gives the full "http-get:*:MIME:..."
+// text, any other mode only "MIME:...".
 std::string dlnaProtocolInfoText(int32_t mode, const char* name, const char* mime,
                                  uint32_t mediaClass);
-// The UPnP class of an item, or null.
-const char* dlnaGetItemClassStr(const DlnaEntry* entry);
-
 // "H:MM:SS.fff" to milliseconds; the fraction counts milliseconds as written.
 uint64_t dlnaParseDuration(const char* text);
 // Just behind the path's last '.', or null.

@@ -12,11 +12,11 @@
 #include <string>
 
 #include "content/metadata.h"
+#include "content/state_var.h"
 #include "platform/alloc.h"
 #include "platform/log.h"
 #include "profile/profile.h"
 #include "services/didl.h"
-#include "upnp/state_var.h"
 
 namespace {
 
@@ -35,7 +35,7 @@ using UbText = std::unique_ptr<char, UbFree>;
 
 // A text argument of the request; false when it is missing.
 bool getArg(DlnaActionCtx* ctx, const char* name, std::string& out) {
-  UbText text(dlnaUpnpGetStr(ctx->request, name));
+  UbText text(dlnaActionGetStr(ctx, name));
   if (!text) return false;
   out = text.get();
   return true;
@@ -363,8 +363,8 @@ int _cdsBrowseChild(DlnaActionCtx* ctx, TextBuffer* buffer, uint32_t start, uint
 
 int _cdsBrowse(DlnaActionCtx* ctx) {
   if (!ctx || !ctx->ok || !g_tDlnaInfo.built) return 0;
-  const uint32_t start = dlnaUpnpGetUi4(ctx->request, "StartingIndex");
-  const uint32_t count = dlnaUpnpGetUi4(ctx->request, "RequestedCount");
+  const uint32_t start = dlnaActionGetUi4(ctx, "StartingIndex");
+  const uint32_t count = dlnaActionGetUi4(ctx, "RequestedCount");
   std::string idText, flag, filter;
   if (!getArg(ctx, "ObjectID", idText) && !getArg(ctx, "ContainerID", idText)) return 0;
   if (!getArg(ctx, "BrowseFlag", flag) || !getArg(ctx, "Filter", filter)) return 0;
@@ -432,8 +432,8 @@ int _cdsSrchChildRec(TextBuffer* buffer, uint32_t start, uint32_t count, DlnaEnt
 
 int _cdsSearch(DlnaActionCtx* ctx) {
   if (!ctx || !ctx->ok || !g_tDlnaInfo.built) return 0;
-  const uint32_t start = dlnaUpnpGetUi4(ctx->request, "StartingIndex");
-  const uint32_t count = dlnaUpnpGetUi4(ctx->request, "RequestedCount");
+  const uint32_t start = dlnaActionGetUi4(ctx, "StartingIndex");
+  const uint32_t count = dlnaActionGetUi4(ctx, "RequestedCount");
   std::string idText, criteria, filter;
   if (!getArg(ctx, "ObjectID", idText) && !getArg(ctx, "ContainerID", idText)) return 0;
   if (!getArg(ctx, "SearchCriteria", criteria) || !getArg(ctx, "Filter", filter)) return 0;

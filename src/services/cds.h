@@ -1,7 +1,7 @@
 // ContentDirectory actions.
 #pragma once
 
-#include "upnp/service.h"
+#include "services/action.h"
 
 int _cdsGetSrchCap(DlnaActionCtx* ctx);
 int _cdsGetSortCap(DlnaActionCtx* ctx);

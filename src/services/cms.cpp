@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "upnp/state_var.h"
+#include "content/state_var.h"
 
 // The state-variable module hands out a copy under its own lock, so the list
 // cannot change under us while it is added to the response.

@@ -1,7 +1,7 @@
 // ConnectionManager and X_MS_MediaReceiverRegistrar actions.
 #pragma once
 
-#include "upnp/service.h"
+#include "services/action.h"
 
 int cmsGetProtocolInfo(DlnaActionCtx* ctx);
 int cmsGetCurrentConnectionIds(DlnaActionCtx* ctx);

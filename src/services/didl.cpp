@@ -11,7 +11,7 @@
 #include "platform/ctype.h"
 #include "platform/decimal.h"
 #include "profile/profile.h"
-#include "upnp/upnp_dms.h"
+#include "services/xml_escape.h"
 
 namespace {
 

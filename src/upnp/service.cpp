@@ -1,7 +1,7 @@
 // The device callback: routes SOAP actions to the service handlers through the
 // tables below, answers state-variable queries and accepts event subscriptions
-// with the current evented values. Handlers read their arguments with
-// dlnaUpnpGetStr/dlnaUpnpGetUi4 and write their results with dlnaUpnpAddRes.
+// with the current evented values. Handlers reach the request through
+// g_tUpnpActionIo.
 #include "upnp/service.h"
 
 #include <upnp/ixml.h>
@@ -14,13 +14,13 @@
 #include <utility>
 #include <vector>
 
-#include "core/dlna_info.h"
+#include "content/dlna_info.h"
+#include "content/state_var.h"
 #include "platform/alloc.h"
 #include "platform/log.h"
 #include "services/cds.h"
 #include "services/cms.h"
 #include "stack/upnp_device.h"
-#include "upnp/state_var.h"
 
 namespace {
 
@@ -103,7 +103,7 @@ void handleAction(UpnpActionRequest* request) {
     return;
   }
 
-  DlnaActionCtx ctx{request, 1, service};
+  DlnaActionCtx ctx{request, &g_tUpnpActionIo, 1, service};
   if (action->handler(&ctx) && ctx.ok) {
     UpnpActionRequest_set_ErrCode(request, 0);
     // The stack treats a missing result as a failure, so an action without
@@ -220,22 +220,26 @@ char* dlnaUpnpGetStr(const UpnpActionRequest* request, const char* name) {
   return nullptr;
 }
 
-uint32_t dlnaUpnpGetUi4(const UpnpActionRequest* request, const char* name) {
-  if (!request || !name) return 0;
-  char* text = dlnaUpnpGetStr(request, name);
-  // Browse names its container ObjectID, Search ContainerID.
-  if (!text && strcmp(name, "ObjectID") == 0) text = dlnaUpnpGetStr(request, "ContainerID");
-  if (!text) return 0;
-  auto value = static_cast<uint32_t>(atoi(text));
-  RetUB(text);
-  return value;
+namespace {
+
+int addUpnpRes(void* record, const char* serviceType, const char* name, const char* value) {
+  auto* request = static_cast<UpnpActionRequest*>(record);
+  IXML_Document* result = UpnpActionRequest_get_ActionResult(request);
+  int rc = UpnpAddToActionResponse(&result, UpnpActionRequest_get_ActionName_cstr(request),
+                                   serviceType, name, value);
+  UpnpActionRequest_set_ActionResult(request, result);
+  return rc == UPNP_E_SUCCESS ? 1 : 0;
 }
 
-int dlnaUpnpAddRes(DlnaActionCtx* ctx, const char* name, const char* value) {
-  if (!ctx || !ctx->ok || !ctx->request || !ctx->service || !name || !value) return 0;
-  IXML_Document* result = UpnpActionRequest_get_ActionResult(ctx->request);
-  int rc = UpnpAddToActionResponse(&result, UpnpActionRequest_get_ActionName_cstr(ctx->request),
-                                   ctx->service->serviceType, name, value);
-  UpnpActionRequest_set_ActionResult(ctx->request, result);
-  return rc == UPNP_E_SUCCESS ? 1 : 0;
+char* getUpnpStr(const void* request, const char* name) {
+  return dlnaUpnpGetStr(static_cast<const UpnpActionRequest*>(request), name);
+}
+
+}  // namespace
+
+const DlnaActionIo g_tUpnpActionIo = {getUpnpStr, addUpnpRes};
+
+uint32_t dlnaUpnpGetUi4(const UpnpActionRequest* request, const char* name) {
+  DlnaActionCtx ctx{const_cast<UpnpActionRequest*>(request), &g_tUpnpActionIo, 1, nullptr};
+  return dlnaActionGetUi4(&ctx, name);
 }

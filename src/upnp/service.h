@@ -7,29 +7,7 @@
 
 #include <cstdint>
 
-struct DlnaService;
-
-// One action call: the request, whether the handler is still succeeding, and
-// the service that matched.
-struct DlnaActionCtx {
-  UpnpActionRequest* request;
-  uint8_t ok;
-  const DlnaService* service;
-};
-
-// Returns non-zero for success (the context's ok flag).
-using DlnaActionHandler = int (*)(DlnaActionCtx* ctx);
-
-struct DlnaServiceAction {
-  const char* name;
-  DlnaActionHandler handler;
-};
-
-struct DlnaService {
-  const char* serviceId;
-  const char* serviceType;
-  const DlnaServiceAction* actions;  // closed by {nullptr, nullptr}
-};
+#include "services/action.h"
 
 // ContentDirectory, ConnectionManager, MediaReceiverRegistrar; closed by a null row.
 extern const DlnaService g_tServices[];
@@ -46,9 +24,8 @@ int dlnaFindServiceAction(const UpnpActionRequest* request, const DlnaService** 
 // A copy (free with RetUB) of the text of the action's argument `name`, or null.
 char* dlnaUpnpGetStr(const UpnpActionRequest* request, const char* name);
 
-// The argument as a number (atoi), 0 when missing; "ObjectID" falls back to
-// "ContainerID".
+// dlnaActionGetUi4 on a request of the stack.
 uint32_t dlnaUpnpGetUi4(const UpnpActionRequest* request, const char* name);
 
-// Adds an output argument to the response; 1 when added, else 0.
-int dlnaUpnpAddRes(DlnaActionCtx* ctx, const char* name, const char* value);
+// The handlers' access to requests of the stack.
+extern const DlnaActionIo g_tUpnpActionIo;

@@ -17,12 +17,12 @@
 #include "content/library.h"
 #include "content/metadata.h"
 #include "content/notify.h"
+#include "content/state_var.h"
 #include "core/dlna_dms.h"
 #include "core/dms_main.h"
 #include "fakes/fake_upnp_device.h"
 #include "platform/ctype.h"
 #include "profile/profile.h"
-#include "upnp/state_var.h"
 
 inline void testLibraryStart() {
   ctypeInit(1, kCtypeDetect);

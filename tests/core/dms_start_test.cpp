@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "content/metadata.h"
+#include "content/state_var.h"
 #include "core/dlna_dms.h"
 #include "fakes/fake_upnp_device.h"
-#include "upnp/state_var.h"
 
 namespace {
 

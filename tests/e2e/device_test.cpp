@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <cctype>
 
+#include "content/state_var.h"
 #include "e2e/daemon.h"
 #include "e2e/upnp_client.h"
 #include "platform/alloc.h"
-#include "upnp/state_var.h"
+#include "services/scpd.h"
+#include "services/xml_escape.h"
 #include "upnp/upnp_dms.h"
 
 namespace {

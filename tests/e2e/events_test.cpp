@@ -8,10 +8,10 @@
 #include <cstring>
 #include <filesystem>
 
+#include "content/state_var.h"
 #include "core/dlna_dms.h"
 #include "e2e/upnp_client.h"
 #include "stack/upnp_device.h"
-#include "upnp/state_var.h"
 
 namespace {
 

@@ -4,7 +4,10 @@
 #include <cstring>
 #include <mutex>
 
+#include "content/state_var.h"
+#include "profile/profile.h"
 #include "stack/upnp_device.h"
+#include "upnp/upnp_dms.h"
 
 namespace {
 std::mutex g_mutex;
@@ -27,6 +30,14 @@ int deviceCall(const char* name, const char* description = nullptr) {
   if (description) g_description = description;
   return g_failing == name ? -1 : 0;
 }
+
+// The daemon installs its lower layers' hooks at start; in-process tests run
+// with the same ones, so variable changes reach the recorded notifications.
+const bool kHooksInstalled = [] {
+  dlnaSetVarNotifier(dlnaNotifyVarChange);
+  dlnaSetProfileSink(dlnaAddSourceProtocolInfo);
+  return true;
+}();
 
 template <class T>
 T locked(const T& value) {

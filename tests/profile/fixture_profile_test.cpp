@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "content/state_var.h"
 #include "profile/profile.h"
-#include "upnp/state_var.h"
 
 namespace {
 

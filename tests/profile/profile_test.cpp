@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "content/metadata.h"
+#include "content/state_var.h"
 #include "fakes/fake_upnp_device.h"
 #include "profile_test_util.h"
-#include "upnp/state_var.h"
 
 namespace {
 

@@ -14,13 +14,13 @@
 
 #include "content/library.h"
 #include "content/metadata.h"
+#include "content/state_var.h"
 #include "content/test_library.h"
 #include "core/dlna_dms.h"
 #include "fakes/action_request.h"
 #include "platform/ctype.h"
 #include "profile/profile.h"
 #include "services/didl.h"
-#include "upnp/state_var.h"
 
 namespace fs = std::filesystem;
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/alloc.h"
+#include "services/scpd.h"
 #include "upnp/upnp_dms.h"
 
 namespace {

@@ -12,11 +12,11 @@
 #include <utility>
 #include <vector>
 
-#include "core/dlna_info.h"
+#include "content/dlna_info.h"
+#include "content/state_var.h"
 #include "fakes/action_request.h"
 #include "fakes/fake_upnp_device.h"
 #include "platform/alloc.h"
-#include "upnp/state_var.h"
 
 namespace {
 

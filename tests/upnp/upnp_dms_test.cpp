@@ -1,5 +1,7 @@
 // Device and service descriptions, and registration with the stack.
 #include "upnp/upnp_dms.h"
+#include "services/scpd.h"
+#include "services/xml_escape.h"
 
 #include <gtest/gtest.h>
 #include <upnp/ixml.h>
@@ -11,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "core/dlna_info.h"
+#include "content/dlna_info.h"
 #include "core/dms_main.h"
 #include "fakes/fake_upnp_device.h"
 #include "platform/alloc.h"

@@ -1,14 +1,14 @@
 // The state-variable table; see state_var.h.
-#include "upnp/state_var.h"
+#include "content/state_var.h"
 
 #include <array>
 #include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <vector>
 
-#include "core/dlna_info.h"
-#include "stack/upnp_device.h"
+#include "profile/profile.h"
 
 namespace {
 
@@ -41,6 +41,7 @@ std::mutex g_valueMutex;
 // Held across a set and its event, so events leave in the order of the sets.
 std::mutex g_eventMutex;
 std::atomic<uint64_t> g_generation{0};
+std::atomic<DlnaVarNotifier> g_notifier{nullptr};
 
 // Row and column of a variable, or false.
 bool findVar(const char* serviceId, const char* varName, DlnaStateVarRow*& row, int& column) {
@@ -58,6 +59,14 @@ bool findVar(const char* serviceId, const char* varName, DlnaStateVarRow*& row, 
   return false;
 }
 
+// Serialises the read-modify-write of SourceProtocolInfo across profiling threads.
+std::mutex g_sourceInfoMutex;
+// The (name, mime) pairs already in the list, for the variable table of
+// g_sourceInfoGeneration; guarded by g_sourceInfoMutex. Bounded, as scratch
+// MIME texts are one per rate/channel pair.
+constexpr size_t kSourceInfoCacheRows = 256;
+std::vector<std::pair<const char*, const char*>> g_sourceInfoAdded;
+uint64_t g_sourceInfoGeneration = 0;
 }  // namespace
 
 void dlnaInitVarValue() {
@@ -73,10 +82,6 @@ void dlnaInitVarValue() {
 
 void dlnaSetVarValue(const char* serviceId, const char* varName, const char* value) {
   if (!value) return;
-  char uuid[kUpnpUuidSize];
-  UpnpDeviceGetUUID(1, 1, uuid);
-  char udn[128];
-  snprintf(udn, sizeof udn, "uuid:%s", uuid);
   std::lock_guard order(g_eventMutex);
   DlnaStateVarRow* row = nullptr;
   int column = 0;
@@ -85,9 +90,11 @@ void dlnaSetVarValue(const char* serviceId, const char* varName, const char* val
     if (!findVar(serviceId, varName, row, column)) return;
     row->values[column] = value;
   }
-  const char* names[1] = {row->names[column]};
-  const char* values[1] = {value};
-  UpnpDeviceNotify(g_tDlnaInfo.deviceHandle, udn, row->serviceId, names, values, 1);
+  if (DlnaVarNotifier notify = g_notifier.load()) notify(row->serviceId, row->names[column], value);
+}
+
+void dlnaSetVarNotifier(DlnaVarNotifier notifier) {
+  g_notifier.store(notifier);
 }
 
 void dlnaSetVarValueNum(const char* serviceId, const char* varName, int32_t number) {
@@ -126,4 +133,44 @@ void dlnaFreeVarValue() {
 
 uint64_t dlnaVarTableGeneration() {
   return g_generation.load(std::memory_order_acquire);
+}
+
+int32_t dlnaAddSourceProtocolInfo(const char* name, const char* mime) {
+  if (!name || !mime) return -1;
+  std::lock_guard<std::mutex> guard(g_sourceInfoMutex);
+  // Every file of a library lands on one of a few dozen pairs, and profile
+  // names and MIME texts live as long as the process: once a pair is in the
+  // list, later files skip formatting the entry and copying the whole list.
+  uint64_t generation = dlnaVarTableGeneration();
+  if (generation != g_sourceInfoGeneration) {
+    g_sourceInfoAdded.clear();
+    g_sourceInfoGeneration = generation;
+  }
+  for (const auto& [addedName, addedMime] : g_sourceInfoAdded) {
+    if (addedName == name && addedMime == mime) return 0;
+  }
+
+  bool nonDlna = strcmp(name, kDlnaNonDlna) == 0;
+  char entry[256];
+  if (nonDlna) {
+    snprintf(entry, sizeof(entry), "http-get:*:%s:*", mime);
+  } else {
+    snprintf(entry, sizeof(entry), "http-get:*:%s:DLNA.ORG_PN=%s", mime, name);
+  }
+  std::optional<std::string> current = dlnaGetVarValue(kCmsServiceId, "SourceProtocolInfo");
+  if (!current) return -1;
+  if (g_sourceInfoAdded.size() < kSourceInfoCacheRows) g_sourceInfoAdded.emplace_back(name, mime);
+  std::string value;
+  if (current->empty()) {
+    value = entry;
+  } else if (current->find(entry) != std::string::npos) {
+    return 0;
+  } else if (nonDlna) {
+    value = *current + "," + entry;
+  } else {
+    // Profiled entries lead the list that control points read.
+    value = std::string(entry) + "," + *current;
+  }
+  dlnaSetVarValue(kCmsServiceId, "SourceProtocolInfo", value.c_str());
+  return 0;
 }

@@ -18,6 +18,13 @@ inline constexpr char kMsrServiceId[] = "urn:microsoft.com:serviceId:X_MS_MediaR
 // Gives every variable its initial value.
 void dlnaInitVarValue();
 
+// Sends one changed variable to the subscribers. Called with sets serialised,
+// so it sees the values in the order they changed.
+using DlnaVarNotifier = void (*)(const char* serviceId, const char* varName, const char* value);
+
+// Installs where dlnaSetVarValue sends its events; null sends none.
+void dlnaSetVarNotifier(DlnaVarNotifier notifier);
+
 // Replaces a value and sends an event carrying it; unknown services or
 // variables (and a null value) are ignored.
 void dlnaSetVarValue(const char* serviceId, const char* varName, const char* value);
@@ -38,3 +45,8 @@ void dlnaFreeVarValue();
 // Bumped by every dlnaInitVarValue and dlnaFreeVarValue, so a caller that
 // caches what it wrote can tell that the table started over.
 uint64_t dlnaVarTableGeneration();
+
+// Adds the protocolInfo entry of (name, mime) to SourceProtocolInfo: DLNA
+// entries in front, NON-DLNA ones at the end, nothing already contained. 0, or
+// -1 when the variable does not exist. The profiler's sink.
+int32_t dlnaAddSourceProtocolInfo(const char* name, const char* mime);

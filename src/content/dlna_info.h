@@ -52,3 +52,7 @@ struct DlnaInfo {
 };
 
 extern DlnaInfo g_tDlnaInfo;
+
+// Sets every field of a server-state record to its initial value, with a new
+// empty id index; the lock is left alone. Null is ignored.
+void _dlnaInit(DlnaInfo* info);

@@ -1,5 +1,5 @@
 // Evented state variables: stored values and the events their sets send.
-#include "upnp/state_var.h"
+#include "content/state_var.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/dlna_info.h"
+#include "content/dlna_info.h"
 #include "fakes/fake_upnp_device.h"
 
 namespace {
