@@ -33,16 +33,13 @@ if [ -z "${DMSD_ARMHF_NS:-}" ]; then
   cmake --build "$build" --target dmsd >/dev/null
   corpora=()
   for n in ${counts//,/ }; do corpora+=("$(bench/make_corpus.py "$n" | tail -n 1)"); done
-  user=()
-  [ "$(id -u)" -ne 0 ] && user=(--user --map-root-user)
-  exec env DMSD_ARMHF_NS=1 DMSD_ARMHF_CORPORA="${corpora[*]}" \
-    unshare --net "${user[@]}" -- "$0" "${args[@]}"
+  export DMSD_ARMHF_CORPORA="${corpora[*]}"
 fi
+. scripts/netns.sh
+private_netns DMSD_ARMHF_NS "$0" "${args[@]}"
 
 # Inside the namespace, with the corpora made above.
 read -r -a corpora <<<"$DMSD_ARMHF_CORPORA"
-ip link set lo up
-ip route add 239.0.0.0/8 dev lo
 
 work=$(mktemp -d /tmp/dmsd-armhf-rss-XXXXXX)
 pid=""

@@ -56,16 +56,13 @@ if [ -z "${DMSD_LIBBENCH_NS:-}" ]; then
   fi
   corpora=()
   for n in ${counts//,/ }; do corpora+=("$(bench/make_corpus.py "$n" | tail -n 1)"); done
-  user=()
-  [ "$(id -u)" -ne 0 ] && user=(--user --map-root-user)
-  exec env DMSD_LIBBENCH_NS=1 DMSD_LIBBENCH_CORPORA="${corpora[*]}" \
-    unshare --net "${user[@]}" -- "$0" "${args[@]}"
+  export DMSD_LIBBENCH_CORPORA="${corpora[*]}"
 fi
+. "$repo/scripts/netns.sh"
+private_netns DMSD_LIBBENCH_NS "$0" "${args[@]}"
 
 # Inside the namespace, with the same options and the corpora made above.
 read -r -a corpora <<<"$DMSD_LIBBENCH_CORPORA"
-ip link set lo up
-ip route add 239.0.0.0/8 dev lo
 
 out=$(mktemp /tmp/dmsd-libbench-XXXXXX)
 trap 'rm -f "$out"' EXIT

@@ -11,13 +11,8 @@ cd "$(dirname "$0")/.."
 SECONDS_TOTAL=${1:-600}
 BUILD=${2:-build}
 
-if [ -z "${DMSD_SOAK_NS:-}" ]; then
-  user=()
-  [ "$(id -u)" -ne 0 ] && user=(--user --map-root-user)
-  DMSD_SOAK_NS=1 exec unshare --net "${user[@]}" -- "$0" "$@"
-fi
-ip link set lo up
-ip route add 239.0.0.0/8 dev lo
+. scripts/netns.sh
+private_netns DMSD_SOAK_NS "$0" "$@"
 
 DMSD=$BUILD/dmsd
 [ -x "$DMSD" ] || { echo "no $DMSD: build it first" >&2; exit 1; }

@@ -26,13 +26,9 @@ if [ -z "${DMSD_BENCH_NS:-}" ]; then
   scripts/install-deps.sh
   cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DDMSD_TESTS=OFF >/dev/null
   cmake --build build-bench --target dmsd
-  userns=()
-  [ "$(id -u)" -eq 0 ] || userns=(--user --map-root-user)
-  exec unshare --net "${userns[@]}" env DMSD_BENCH_NS=1 "$0" "$@"
 fi
-
-ip link set lo up
-ip route add 239.0.0.0/8 dev lo
+. scripts/netns.sh
+private_netns DMSD_BENCH_NS "$0" "$@"
 work=$(mktemp -d /tmp/dmsd-stream-bench-XXXXXX)
 pids=()
 cleanup() {

@@ -7,14 +7,8 @@
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 
-if [ -z "${DMSD_CLIENTS_SANDBOX:-}" ]; then
-  user=()
-  [ "$(id -u)" -eq 0 ] || user=(--user --map-root-user)
-  DMSD_CLIENTS_SANDBOX=1 exec unshare --net "${user[@]}" -- "$0" "$@"
-fi
-
-ip link set lo up
-ip route add 239.0.0.0/8 dev lo
+. "$here/../../scripts/netns.sh"
+private_netns DMSD_CLIENTS_SANDBOX "$0" "$@"
 ip link add rnd0 type veth peer name rnd1
 ip addr add 127.0.1.1/32 dev rnd0
 ip link set rnd1 up
