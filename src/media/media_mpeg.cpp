@@ -1096,8 +1096,6 @@ int32_t mpeg_read_info(MediaIo* io, MediaInfo* info) {
   std::vector<uint8_t> head;
   size_t head_len = static_cast<size_t>(std::min<int64_t>(size, kHeadSize));
   if (!readWindow(io, 0, head_len, &head)) return -1;
-  info->mpeg_head_size = static_cast<uint32_t>(std::min(head.size(), sizeof(info->mpeg_head)));
-  memcpy(info->mpeg_head, head.data(), info->mpeg_head_size);
 
   uint32_t packet_size = 0;
   Container kind = detect(head.data(), head.size(), &packet_size);

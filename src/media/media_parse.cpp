@@ -84,6 +84,8 @@ int32_t mediaReadInfoWith(const MediaReaderTable& readers, const char* path, uin
   // directory must be refused before anything reads it.
   FILE* stream = mediaOpenRegular(path);
   if (!stream) return -1;
+  ssize_t head = pread(fileno(stream), info->head, sizeof info->head, 0);
+  info->head_size = head > 0 ? static_cast<uint32_t>(head) : 0;
   int32_t exif_result = -1;
   if (type == kMediaFileJpeg && readers.exif) exif_result = readers.exif(info, path);
 

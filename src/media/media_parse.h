@@ -17,8 +17,9 @@
 #include "media/media_io.h"
 
 inline constexpr size_t kMediaTextSize = 1024;
-// Enough for two 192-byte transport packets.
-inline constexpr size_t kMediaMpegHeadSize = 384;
+// The first bytes of a file kept for the profile rules: enough for two 192-byte
+// transport packets.
+inline constexpr size_t kMediaHeadSize = 384;
 inline constexpr size_t kMediaConfigSize = 128;
 
 // Plain data: allocated zeroed by GetUB and copied field by field. Texts are
@@ -73,10 +74,10 @@ struct MediaInfo {
   uint32_t video_config_size;  // at most kMediaConfigSize
   uint8_t video_config[kMediaConfigSize];
 
-  // The first bytes of an MPEG stream as the reader saw them (zeros past a
-  // short file), so the packaging can be told without opening it again.
-  uint32_t mpeg_head_size;  // 0 until the MPEG reader ran
-  uint8_t mpeg_head[kMediaMpegHeadSize];
+  // The first bytes of the file (zeros past a short file), so that a profile
+  // rule can tell the packaging without opening the file again.
+  uint32_t head_size;
+  uint8_t head[kMediaHeadSize];
 };
 static_assert(std::is_trivial_v<MediaInfo> && std::is_standard_layout_v<MediaInfo>,
               "MediaInfo is zero-filled raw memory and must stay plain data");

@@ -144,16 +144,6 @@ const DlnaProfile* aacMapping(uint32_t adts, uint32_t number) {
   return nullptr;
 }
 
-// The first `size` bytes of the file; false when it cannot be read whole.
-bool readHead(const char* path, uint8_t* buffer, size_t size) {
-  if (!path) return false;
-  FILE* file = fopen(path, "rb");
-  if (!file) return false;
-  bool ok = fread(buffer, 1, size, file) == size;
-  fclose(file);
-  return ok;
-}
-
 bool amrNbValid(const MediaInfo* info) {
   return info->audio_codec == kMediaCodecAmrNb && info->channels == 1 &&
          info->sample_rate == 8000 && oneOf(info->audio_bit_rate, kAmrNbRates);
@@ -188,7 +178,7 @@ uint32_t guessHeaac(uint32_t r, uint32_t c, uint32_t b, const HeaacAnswers& a) {
   return 0;
 }
 
-// The packaging told by the first kMediaMpegHeadSize bytes.
+// The packaging told by the first kMediaHeadSize bytes.
 uint32_t mpegContainerOf(const uint8_t* head) {
   for (size_t i = 0; i < 188; ++i) {
     if (head[i] == 0x47 && head[i + 188] == 0x47) return kContainerMpegTs188;
@@ -226,21 +216,10 @@ uint32_t dlnaMediaStreamGetContainer(const MediaInfo* info) {
     return threeGpp ? kContainer3gpp : kContainerMp4;
   }
   if (container == kContainerMpeg || container == kContainerMpegTs) {
-    if (info->mpeg_head_size > 0) return mpegContainerOf(info->mpeg_head);
-    return _dlnaMpegFindContType(info->path);
+    // A short file leaves zeros behind its end, which never look like sync bytes.
+    return mpegContainerOf(info->head);
   }
   return container;
-}
-
-uint32_t _dlnaMpegFindContType(const char* path) {
-  if (!path) return kContainerUnknown;
-  FILE* file = fopen(path, "rb");
-  if (!file) return kContainerUnknown;
-  // A short file leaves zeros behind its end, which never look like sync bytes.
-  uint8_t head[kMediaMpegHeadSize] = {};
-  (void)fread(head, 1, sizeof(head), file);
-  fclose(file);
-  return mpegContainerOf(head);
 }
 
 uint32_t audio_media_profile_guess_aac_priv(const MediaInfo* info, uint32_t objectType) {
@@ -412,8 +391,8 @@ const DlnaProfile* probe_media_mpeg4(MediaInfo* info) {
   if (!info || !info->has_audio || info->has_video) return nullptr;
   uint32_t adts = 0;
   uint32_t number = kAudioNone;
-  uint8_t head[3];
-  if (dlnaMediaStreamGetContainer(info) == kContainerAac && readHead(info->path, head, 3) &&
+  const uint8_t* head = info->head;
+  if (dlnaMediaStreamGetContainer(info) == kContainerAac && info->head_size >= 3 &&
       head[0] == 0xFF && (head[1] & 0xF6) == 0xF0) {
     adts = 1;
     // The two-bit profile field is taken as the object type as it stands (not

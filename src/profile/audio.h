@@ -69,9 +69,6 @@ enum DlnaContainer : uint32_t {
 };
 
 uint32_t dlnaMediaStreamGetContainer(const MediaInfo* info);
-// 15, 16 or 17 for transport streams, 14 program stream, 13 elementary
-// stream, 0 unknown or unreadable.
-uint32_t _dlnaMpegFindContType(const char* path);
 
 uint32_t audio_media_profile_guess_aac_priv(const MediaInfo* info, uint32_t objectType);
 uint32_t media_audio_profile_guess_aac(const MediaInfo* info);

@@ -15,7 +15,6 @@ using profile_test::newInfo;
 using profile_test::Want;
 
 TEST(ProfileAudio, ContainerFromFormatNameAndFirstBytes) {
-  const std::string missing = profile_test::testDir() + "/missing.ts";
   // clang-format off
   const struct { const char* format; const char* path; uint32_t sniffed; uint32_t want; } cases[] = {
       {"asf", nullptr, 0, kContainerAsf},
@@ -25,7 +24,7 @@ TEST(ProfileAudio, ContainerFromFormatNameAndFirstBytes) {
       {"mov", "/a/clip.3GP", 0, kContainer3gpp},
       {"3gp", nullptr, 0, kContainerMp4},
       {"matroska", nullptr, 0, kContainerUnknown},
-      {"mpeg", missing.c_str(), 0, kContainerUnknown},
+      {"mpeg", nullptr, 0, kContainerUnknown},  // no head read
       {"mpeg", nullptr, kContainerMpegPs, kContainerMpegPs},
       {"mpeg", nullptr, kContainerMpegEs, kContainerMpegEs},
       {"mpegts", nullptr, kContainerMpegTs188, kContainerMpegTs188},
@@ -40,8 +39,11 @@ TEST(ProfileAudio, ContainerFromFormatNameAndFirstBytes) {
     EXPECT_EQ(dlnaMediaStreamGetContainer(info.get()), c.want) << c.format;
   }
   // Too short for any sync pair, and no start code.
-  std::string shortFile = profile_test::writeFile("short.ts", {0x47, 0, 0, 1});
-  EXPECT_EQ(_dlnaMpegFindContType(shortFile.c_str()), 0u);
+  auto tiny = newInfo("mpegts");
+  const uint8_t shortHead[] = {0x47, 0, 0, 1};
+  memcpy(tiny->head, shortHead, sizeof shortHead);
+  tiny->head_size = sizeof shortHead;
+  EXPECT_EQ(dlnaMediaStreamGetContainer(tiny.get()), 0u);
 }
 
 constexpr uint32_t kMp3 = kMediaCodecMp3, kS16 = kMediaCodecPcmS16Le, kWma2 = kMediaCodecWmaV2,
@@ -127,9 +129,9 @@ TEST(ProfileAudio, RawAacFiles) {
       {{0x41, 0x44, 0x49}, {"AAC_ISO_320", "audio/mp4"}},  // not ADTS
   };
   for (const auto& c : cases) {
-    std::string path = profile_test::writeFile("raw.aac", c.head);
     auto info = newInfo("aac");
-    info->path = path.c_str();
+    memcpy(info->head, c.head.data(), c.head.size());
+    info->head_size = static_cast<uint32_t>(c.head.size());
     info->has_audio = 1;
     info->audio_codec = kAac;
     info->sample_rate = 44100;

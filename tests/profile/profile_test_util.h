@@ -1,5 +1,5 @@
-// Helpers for the profile rule tests: a zeroed MediaInfo, small files whose
-// first bytes select an MPEG packaging or raw AAC, and profile comparison.
+// Helpers for the profile rule tests: a zeroed MediaInfo, file heads that
+// select an MPEG packaging, and profile comparison.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -49,9 +49,11 @@ inline std::string writeFile(const std::string& name, const std::vector<uint8_t>
   return path;
 }
 
-// 384 bytes whose sync bytes select the container number `container` (13..17).
-inline std::string mpegFile(uint32_t container) {
-  std::vector<uint8_t> bytes(384, 0xAA);
+// Sets the format and a file head whose sync bytes select the container
+// number `container` (13..17).
+inline void setMpegContainer(MediaInfo* info, uint32_t container, const char* format = "mpegts") {
+  uint8_t* bytes = info->head;
+  memset(bytes, 0xAA, sizeof info->head);
   switch (container) {
     case kContainerMpegTs188:
       bytes[5] = bytes[5 + 188] = 0x47;
@@ -67,15 +69,8 @@ inline std::string mpegFile(uint32_t container) {
       bytes[3] = container == kContainerMpegPs ? 0xBA : 0xB3;
       break;
   }
-  return writeFile("mpeg" + std::to_string(container) + ".bin", bytes);
-}
-
-// A file info->path can point at, for rules that sniff the packaging.
-inline void setMpegContainer(MediaInfo* info, uint32_t container, const char* format = "mpegts") {
-  static std::string paths[18];
-  if (paths[container].empty()) paths[container] = mpegFile(container);
+  info->head_size = sizeof info->head;
   strncpy(info->format, format, sizeof(info->format) - 1);
-  info->path = paths[container].c_str();
 }
 
 // Expected profile: name and MIME, or none.
