@@ -314,46 +314,6 @@ constexpr int kRenderers = 3;
 constexpr int kRebuilds = 8;
 constexpr int32_t kFirstId = 200, kLastId = 240;
 
-// One renderer's requests for every id in turn; counts the answers found.
-void fetchAll(int* found) {
-  for (int32_t id = kFirstId; id <= kLastId; ++id) {
-    const std::string url = "/web/" + std::to_string(id) + ".mp3";
-    DlnaHttpHeader headers[] = {{"Host", 4, 7, "127.0.0.1"},
-                                {"getcontentFeatures.dlna.org", 27, -1, "1"}};
-    DlnaHttpRequest request = {"GET", headers, 2};
-    int status = 0;
-    _dlnaHttpHeaderCheck(&request, url.c_str(), &status);
-    DlnaHttpResponseHeaders response;
-    _dlnaHttpHeaderResp(&request, url.c_str(), &response, nullptr);
-    DlnaFileInfo info = {};
-    if (_dlnaHttpGetInfo(url.c_str(), &info) == 0) ++*found;
-    free(info.content_type);
-    if (DlnaWebFileHandle file = _dlnaHttpOpen(url.c_str(), 0)) _dlnaHttpClose(file);
-  }
-}
-
 class ConcurrencyHttp : public LiveLibrary {};
-
-TEST_F(ConcurrencyHttp, CallbacksDuringRebuildsSeeWholeObjects) {
-  for (int i = 0; i < 8; ++i) put("share/" + std::to_string(i) + ".mp3", "mp3_apic.mp3");
-  build({"share"});
-  std::vector<int> found(kRenderers, 0);
-  auto look = [&](int r) {
-    fetchAll(&found[r]);
-    return std::string();
-  };
-  whileWriting(kRenderers, look, [] {
-    for (int round = 0; round < kRebuilds; ++round) {
-      dlnaFreeMetaLst(&g_tDlnaInfo);
-      {
-        // The free drops the id index with the tree; a rebuild starts a new one.
-        std::unique_lock lock(g_tDlnaInfo.lock);
-        g_tDlnaInfo.index = std::make_unique<DlnaIndex>();
-      }
-      dlnaBuildMetaLst(&g_tDlnaInfo);
-    }
-  });
-  for (int n : found) EXPECT_GE(n, 8);  // the last pass saw a whole library
-}
 
 }  // namespace

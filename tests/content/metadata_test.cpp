@@ -21,23 +21,6 @@ class ObjectStore : public testing::Test {
   TestTree tree{info};
 };
 
-TEST_F(ObjectStore, LooksUpTheRootByZeroAndTheRestByTheIndex) {
-  EXPECT_EQ(dlnaGetEntry(&info, kDlnaIdRoot), info.root);
-  EXPECT_EQ(info.index->count(kDlnaIdRoot), 0u);
-  EXPECT_EQ(info.index->size(), 14u);
-  EXPECT_EQ(info.root->childCount, 4);
-  for (auto [id, parentId] : kTestDefaultTree) {
-    EXPECT_EQ(dlnaGetEntry(&info, id)->parent, dlnaGetEntry(&info, parentId)) << id;
-    EXPECT_EQ(_dlnaGetDefCont(id), dlnaGetEntry(&info, id)) << id;
-  }
-  for (int32_t id : {5, 199, 200, 215, -1, INT_MAX, INT_MIN}) {
-    EXPECT_EQ(dlnaGetEntry(&info, id), nullptr) << id;
-    EXPECT_EQ(_dlnaGetDefCont(id), nullptr) << id;
-  }
-  EXPECT_EQ(_dlnaGetDefCont(kDlnaIdRoot), nullptr);
-  EXPECT_EQ(dlnaGetEntry(nullptr, kDlnaIdRoot), nullptr);
-}
-
 TEST_F(ObjectStore, IdCounterCountsEveryCreatedObjectFromTwoHundredAndNeverGoesBack) {
   EXPECT_EQ(info.nextId, kDlnaFirstId + kDefaultContainers);
   EXPECT_EQ(info.containerCount, kDefaultContainers);
@@ -166,24 +149,6 @@ TEST_F(ObjectStore, GroupsAreMatchedByIdOrWholeYearTitle) {
   dlnaFreeEntry(&info, early);
   EXPECT_EQ(tree.filed(kDlnaIdPhotoYear, {.year = 202}), -1);
   EXPECT_EQ(tree.filed(kDlnaIdPhotoYear, {.year = 2020}), 1);
-}
-
-TEST_F(ObjectStore, LinkingTwiceOrUnderATakenIdDoesNotCount) {
-  DlnaEntry* share = tree.addShare("/m");
-  DlnaEntry* item = tree.addItem(share, kDlnaClassAudio, "song");
-  const size_t indexed = info.index->size();
-  DlnaEntry impostor;
-  impostor.id = item->id;
-
-  dlnaAdd2Parents(&info, share, item);
-  dlnaAdd2Parents(&info, share, &impostor);
-  dlnaAdd2Parents(&info, nullptr, item);
-  dlnaAdd2Parents(&info, share, nullptr);
-
-  EXPECT_EQ(share->childCount, 1);
-  EXPECT_EQ(share->children->nodes.at(item->id), item);
-  EXPECT_EQ(dlnaGetEntry(&info, item->id), item);
-  EXPECT_EQ(info.index->size(), indexed);
 }
 
 // A rebuild makes a second tree before the swap; freeing the old one must not

@@ -19,24 +19,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-TEST(DlnaHeaderTable, SortedForTheSearchAndFoundInAnyCase) {
-  for (size_t i = 1; i < kDlnaHeaderCount; ++i)
-    EXPECT_LT(strcasecmp(HTTP_DLNA_Header_Names[i - 1].name, HTTP_DLNA_Header_Names[i].name), 0);
-  for (size_t i = 0; i < kDlnaHeaderCount; ++i) {
-    std::string name = HTTP_DLNA_Header_Names[i].name;
-    EXPECT_EQ(map_DLNA_Header_to_int(name.c_str(), name.size()), static_cast<int>(i));
-    for (char& c : name) c = static_cast<char>(toupper(c));
-    EXPECT_EQ(map_DLNA_Header_to_int(name.c_str(), name.size()), static_cast<int>(i)) << name;
-    ASSERT_EQ(findDLNAHeaderEntry(HTTP_DLNA_Header_Names[i].id), &HTTP_DLNA_Header_Names[i]);
-  }
-  // Counted texts: only the first `length` characters are the name.
-  EXPECT_EQ(map_DLNA_Header_to_int("Range: bytes=0-", 5), 3);
-  EXPECT_EQ(map_DLNA_Header_to_int("Rang", 4), -1);
-  EXPECT_EQ(map_DLNA_Header_to_int("Ranges", 6), -1);
-  EXPECT_EQ(map_DLNA_Header_to_int("Host", 4), -1);
-  EXPECT_EQ(findDLNAHeaderEntry(7), nullptr);
-}
-
 TEST(DlnaBytesRange, Syntax) {
   struct Case {
     const char* value;

@@ -49,11 +49,6 @@ Bytes jpeg(uint32_t h, uint32_t w, uint8_t sof = 0xC0) {
 }
 // A camera picture with an inner one in APP1, whose SOI lands at offset 12.
 constexpr size_t kInnerStart = 12;
-Bytes camera(const Bytes& inner) {
-  return kSoi + seg(0xE1, text("Exif") + Bytes{0, 0} + inner + Bytes{1, 2}) +
-         drop(jpeg(480, 640), 2, 0);
-}
-
 const Bytes kPngSig = {0x89, 'P', 'N', 'G', 0x0D, 0x0A, 0x1A, 0x0A};
 Bytes png(uint32_t w, uint32_t h, const Bytes& sig = kPngSig, uint32_t ihdr_length = 13) {
   const Bytes depth_to_crc = {8, 2, 0, 0, 0, 0, 0, 0, 0};
@@ -171,68 +166,5 @@ struct Thumb : MediaThumbnail {
     return Bytes(p, p + size);
   }
 };
-
-TEST_F(ImageRead, ThumbnailSpan) {
-  const Bytes small = jpeg(120, 160), wide = jpeg(120, 200), plain = jpeg(240, 320);
-  const struct {
-    const char* name;
-    Bytes file;
-    int32_t rc;
-    size_t start, end;
-  } cases[] = {
-      {"inner 160 x 120", camera(small), 0, kInnerStart, kInnerStart + small.size()},
-      {"inner too wide: to the end", camera(wide), 0, kInnerStart, camera(wide).size()},
-      {"no inner: the whole file", plain, 0, 0, plain.size()},
-      {"no EOI", drop(plain, 0, 2), -1, 0, 0},
-      {"not a JPEG", png(1, 1), -1, 0, 0},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    Thumb thumb;
-    ASSERT_EQ(jpgGetTn(Write(c.file).c_str(), &thumb), c.rc);
-    if (c.rc != 0) continue;
-    EXPECT_STREQ(thumb.mime, "image/jpeg");
-    EXPECT_EQ(thumb.kind, 1u);
-    EXPECT_EQ(thumb.bytes(), drop(c.file, c.start, c.file.size() - c.end));
-  }
-
-  g_iDmsLogLevel = kLogEvent;
-  const std::string missing = path_ + ".absent.jpg";
-  Thumb thumb;
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(jpgGetTn(missing.c_str(), &thumb), -1);
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("open file \"" + missing + "\" fail"),
-            std::string::npos);
-}
-
-TEST(ImageExif, RealFiles) {
-  auto info = std::make_unique<MediaInfo>();
-  ASSERT_EQ(mediaParseExifProfile(info.get(), fixture("jpeg_exif_thumb.jpg").c_str()), 0);
-  EXPECT_EQ(info->width * 1000 + info->height, 640480);
-  EXPECT_EQ(info->year * 10000 + info->month * 100 + info->day, 20110715);
-  EXPECT_STREQ(info->title, "Harbour at Dusk");
-  EXPECT_STREQ(info->artist, "Fixture Photographer");
-  EXPECT_STREQ(info->album, "Holiday");
-
-  // The camera thumbnail comes out exactly as the EXIF block stores it.
-  ExifData* exif = exif_data_new_from_file(fixture("jpeg_exif_thumb.jpg").c_str());
-  ASSERT_NE(exif, nullptr);
-  const Bytes stored(exif->data, exif->data + exif->size);
-  exif_data_unref(exif);
-  Thumb thumb;
-  ASSERT_EQ(jpgGetTn(fixture("jpeg_exif_thumb.jpg").c_str(), &thumb), 0);
-  EXPECT_FALSE(stored.empty());
-  EXPECT_EQ(thumb.bytes(), stored);
-  EXPECT_EQ(thumb.width * 1000 + thumb.height, 160120);
-
-  // EXIF without size tags still succeeds, with no size.
-  info = std::make_unique<MediaInfo>();
-  ASSERT_EQ(mediaParseExifProfile(info.get(), fixture("jpeg_exif_nosize.jpg").c_str()), 0);
-  EXPECT_EQ(info->width * 1000 + info->height, 0);
-  EXPECT_EQ(info->year * 10000 + info->month * 100 + info->day, 20120102);
-
-  for (const char* other : {"jpeg_plain.jpg", "png_plain.png", "absent.jpg"})
-    EXPECT_EQ(mediaParseExifProfile(info.get(), fixture(other).c_str()), -1) << other;
-}
 
 }  // namespace

@@ -104,31 +104,6 @@ class Asf : public testing::Test {
   std::unique_ptr<MediaInfo> info = std::make_unique<MediaInfo>();
 };
 
-// 32-bit arithmetic on the low halves: long files and a preroll longer than
-// the play time wrap, and the rate falls back to the streams' sum below 1 s.
-TEST_F(Asf, DurationAndBitRate) {
-  const struct {
-    uint64_t play, preroll;
-    int64_t duration;
-    uint32_t bit_rate;
-  } cases[] = {
-      {300000000, 3000, 27000000, 40000000 / 27},
-      {6000000000, 0, 170503270, 40000000 / 170},
-      {9000000, 0, 900000, 64000 * 8},
-      {10000000, 2000, 4293967296, 40000000 / 4293},
-  };
-  for (const auto& c : cases) {
-    ASSERT_EQ(
-        read(header({fileProperties(c.play, c.preroll), audioStream(1, 0x161, 2, 8000, 64000)})),
-        0);
-    EXPECT_EQ(info->duration, c.duration) << c.play;
-    EXPECT_EQ(info->bit_rate, c.bit_rate) << c.play;
-    EXPECT_EQ(info->file_size, 5000000u);
-    EXPECT_STREQ(info->format, "asf");
-    EXPECT_EQ(info->year, 0);  // broadcast files carry no creation date
-  }
-}
-
 TEST_F(Asf, RefusedHeaders) {
   Bytes notHeader = header({fileProperties()});
   notHeader[0] ^= 1;

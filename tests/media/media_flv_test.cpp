@@ -102,49 +102,6 @@ TEST_F(Flv, TagCodecs) {
   }
 }
 
-// Unknown codecs keep what was known and say which id they saw.
-TEST_F(Flv, UnsupportedCodecsAreLogged) {
-  Bytes file = flvHeader(5);
-  put(file, metadata({{"audiocodecid", amfNumber(2)}, {"videocodecid", amfNumber(7)}}));
-  put(file, tag(8, {0x4E}));  // Nellymoser 16 kHz
-  put(file, tag(9, {0x16}));  // 6 has no mapping
-  const std::string log = reader_test::logOf(kLogTrace, [&] { read(file); });
-  EXPECT_NE(log.find("Unsupported audio codec (4)"), std::string::npos) << log;
-  EXPECT_NE(log.find("Unsupported video codec (6)"), std::string::npos) << log;
-  EXPECT_EQ(info->audio_codec, kMediaCodecMp3);
-  EXPECT_EQ(info->video_codec, kMediaCodecH264);
-}
-
-TEST_F(Flv, MetadataMembers) {
-  Bytes file = flvHeader(5);
-  put(file, metadata({
-                {"duration", amfNumber(12.5)},
-                {"width", amfNumber(640)},
-                {"height", amfNumber(-480)},  // refused: not positive
-                {"framerate", amfNumber(29.97)},
-                {"videodatarate", amfNumber(500)},
-                {"audiodatarate", amfNumber(-1)},
-                {"creator", amfString(std::string(300, 'c'))},
-                {std::string(300, 'k'), amfNumber(1)},
-                {"flags", amfMembers(3, {{"width", amfNumber(99)}})},  // too deep to count
-                {"list", Bytes{10, 0, 0, 0, 2, 1, 1, 11, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-                {"audiocodecid", amfNumber(10)},
-                {"keyframes", amfMembers(3, {{"times", amfNumber(0)}})},
-                {"height", amfNumber(123)},  // after the index: never reached
-            }));
-  put(file, tag(9, {0x17}));
-  put(file, tag(8, {0x00}));  // PCM with the tag's own 8-bit sample size
-  ASSERT_EQ(read(file), 0);
-  EXPECT_EQ(info->duration, 12500000);
-  EXPECT_EQ(info->video_width, 640);
-  EXPECT_EQ(info->video_height, 0);
-  EXPECT_EQ(info->frame_rate, 29u);
-  EXPECT_EQ(info->video_bit_rate, 512000u);
-  EXPECT_EQ(info->video_max_bit_rate, 512000u);
-  EXPECT_EQ(info->audio_bit_rate, 0u);
-  EXPECT_EQ(info->audio_codec, kMediaCodecPcmS8);  // the tag came later
-}
-
 // The walk stops once the announced streams have been met; what it found up
 // to a failure is still reported; a file that is not FLV is left alone.
 TEST_F(Flv, TagWalkEnds) {

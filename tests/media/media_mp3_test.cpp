@@ -1,5 +1,5 @@
-// The MP3 reader over hand-built files (header words, ID3 tag rules, frame
-// counts, search bounds, album art) and over the encoded fixtures.
+// The MP3 reader over hand-built files: header words, ID3 tag rules, frame
+// counts, search bounds, album art.
 #include "media/media_mp3.h"
 
 #include <gtest/gtest.h>
@@ -240,48 +240,6 @@ TEST_F(Mp3, AlbumArt) {
   const std::string log = reader_test::logOf(
       kLogEvent, [&] { EXPECT_EQ(mp3GetAlbumArt((path_ + ".absent.mp3").c_str(), &thumb), -1); });
   EXPECT_NE(log.find("absent.mp3\" fail"), std::string::npos);
-}
-
-// The tags of the encoder-made files; the unsynchronised ID3v2.4 tag is
-// skipped, leaving the ID3v1 tag behind it.
-TEST_F(Mp3, FixtureTags) {
-  const struct {
-    const char *name, *tags, *artist_album;
-  } cases[] = {
-      {"mp3_cbr_44k_128k_stereo.mp3", "||0-0-0|0", "|"},
-      {"mp3_apic.mp3", "Fixture With Cover||0-0-0|0", "Fixture Artist|"},
-      {"mp3_id3v1_only.mp3", "Fixture Title V1|Jazz|1999-0-0|5",
-       "Fixture Artist V1|Fixture Album V1"},
-      {"mp3_id3v23_genre_date.mp3", "Fixture Title|Rock|2009-12-0|3",
-       "Fixture \xc3\x84rtist|Fixture Album \xc3\x89t\xc3\xa9"},
-      {"mp3_id3v24_unsync.mp3", "Title From V1|Rock|2001-0-0|0", "Artist From V1|Album From V1"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const std::string log =
-        reader_test::logOf(kLogTrace, [&] { ASSERT_EQ(readFile(fixture(c.name)), 0); });
-    EXPECT_EQ(tags(), c.tags);
-    EXPECT_EQ(std::string(info_->artist) + "|" + info_->album, c.artist_album);
-    const bool skipped =
-        log.find("mp3Id3v2ParseTag: ID3v2.4 tag skipped, cannot handle -3\n") != std::string::npos;
-    EXPECT_EQ(skipped, std::string(c.name) == "mp3_id3v24_unsync.mp3") << log;
-  }
-}
-
-// The picture is exactly the JPEG in the APIC frame.
-TEST_F(Mp3, FixtureAlbumArtSpan) {
-  std::ifstream in(fixture("mp3_apic.mp3"), std::ios::binary);
-  const std::string file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  const size_t jpeg = file.find("\xff\xd8\xff", file.find("APIC"));  // SOI to EOI
-  const size_t end = file.find("\xff\xd9", jpeg) + 2;
-  ASSERT_LT(jpeg, end);
-  MediaThumbnail thumb{};
-  ASSERT_EQ(mp3GetAlbumArt(fixture("mp3_apic.mp3").c_str(), &thumb), 0);
-  std::unique_ptr<void, decltype(&RetUB)> owned(thumb.data, RetUB);
-  EXPECT_STREQ(thumb.mime, "image/jpeg");
-  EXPECT_EQ(thumb.kind, 1u);
-  EXPECT_EQ(std::string(static_cast<const char*>(thumb.data), thumb.size),
-            file.substr(jpeg, end - jpeg));
 }
 
 }  // namespace

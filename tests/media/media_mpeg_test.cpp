@@ -1,7 +1,6 @@
-// MPEG stream reader: the fixtures against ffprobe's view, streams built here
-// byte by byte for what encoders rarely make (wrapping time stamps, 192-byte
-// packets, every stream type, DVD private-stream audio), H.264 SPS fields, and
-// a sparse 2 GiB file that must be read in bounded bytes.
+// MPEG stream reader over streams built byte by byte for what encoders rarely
+// make (wrapping time stamps, 192-byte packets, every stream type, DVD
+// private-stream audio), and a sparse 2 GiB file read in bounded bytes.
 #include "media/media_mpeg.h"
 
 #include <gtest/gtest.h>
@@ -27,41 +26,6 @@ ReadResult readBytes(const Bytes& bytes) {
   ReadResult r;
   r.rc = reader_test::readBytes(mpeg_read_info, kMediaFileMpeg2, bytes, r.info.get());
   return r;
-}
-
-// MSB-first bit writer for codec headers.
-struct BitWriter {
-  Bytes out;
-  uint32_t cur = 0;
-  int n = 0;
-  void u(uint64_t v, int bits) {
-    for (int i = bits - 1; i >= 0; --i) {
-      cur = cur << 1 | (v >> i & 1);
-      if (++n == 8) out.push_back(static_cast<uint8_t>(cur)), cur = 0, n = 0;
-    }
-  }
-  void ue(uint32_t v) {
-    int len = 64 - __builtin_clzll(uint64_t{v} + 1);
-    u(0, len - 1);
-    u(uint64_t{v} + 1, len);
-  }
-  Bytes finish() {
-    u(1, 1);
-    while (n) u(0, 1);
-    return out;
-  }
-};
-
-// Inserts emulation-prevention bytes as an encoder must.
-Bytes escapeNal(const Bytes& raw) {
-  Bytes out;
-  int zeros = 0;
-  for (uint8_t b : raw) {
-    if (zeros >= 2 && b <= 3) out.push_back(3), zeros = 0;
-    out.push_back(b);
-    zeros = b == 0 ? zeros + 1 : 0;
-  }
-  return out;
 }
 
 Bytes pesPacket(uint8_t sid, uint64_t pts, const Bytes& payload, bool bounded = true) {
@@ -218,72 +182,6 @@ TEST(MpegReader, StreamTypesAndDescriptors) {
     EXPECT_EQ(r.info->has_audio, sid == 0xC0);
     EXPECT_EQ(r.info->audio_codec, sid == 0xC0 ? kMediaCodecMp2 : 0u);
   }
-}
-
-struct SpsCase {
-  uint8_t profile;
-  uint32_t mb_w, map_h;
-  bool frame_mbs_only;
-  uint32_t crop_bottom;   // in chroma rows (x2 per field pair when interlaced)
-  uint32_t units, scale;  // VUI timing; 0 = no VUI
-  uint16_t width, height;
-  uint32_t num, den;
-};
-
-Bytes buildSps(const SpsCase& c) {
-  BitWriter b;
-  b.u(0x67, 8);
-  b.u(c.profile, 8), b.u(0, 8), b.u(40, 8), b.ue(0);
-  if (c.profile == 100) b.ue(1), b.ue(0), b.ue(0), b.u(0, 1), b.u(0, 1);
-  b.ue(0), b.ue(0), b.ue(0);  // frame_num bits, POC type 0, POC bits
-  b.ue(1), b.u(0, 1);
-  b.ue(c.mb_w - 1), b.ue(c.map_h - 1), b.u(c.frame_mbs_only, 1);
-  if (!c.frame_mbs_only) b.u(0, 1);
-  b.u(1, 1);
-  b.u(c.crop_bottom != 0, 1);
-  if (c.crop_bottom) b.ue(0), b.ue(0), b.ue(0), b.ue(c.crop_bottom);
-  b.u(c.units != 0, 1);
-  if (c.units) {
-    b.u(1, 1), b.u(255, 8), b.u(1, 16), b.u(1, 16);  // extended SAR to step over
-    b.u(0, 1), b.u(1, 1), b.u(5, 3), b.u(0, 1), b.u(1, 1), b.u(0x010101, 24);
-    b.u(0, 1), b.u(1, 1), b.u(c.units, 32), b.u(c.scale, 32), b.u(1, 1);
-  }
-  return escapeNal(b.finish());
-}
-
-TEST(MpegReader, H264SequenceParameterSet) {
-  const SpsCase cases[] = {
-      {66, 20, 15, true, 0, 0, 0, 320, 240, 0, 0},
-      {100, 120, 68, true, 4, 1001, 60000, 1920, 1080, 30000, 1001},
-      {100, 120, 34, false, 2, 1, 50, 1920, 1080, 25, 1},
-      {77, 80, 45, true, 0, 1, 120, 1280, 720, 60, 1},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << c.width << "x" << c.height);
-    Bytes sps = buildSps(c);
-    MpegVideoParams v{};
-    ASSERT_TRUE(mpeg_parse_h264_sps(sps.data(), sps.size(), &v));
-    EXPECT_EQ(v.codec, kMediaCodecH264);
-    EXPECT_EQ(v.width, c.width);
-    EXPECT_EQ(v.height, c.height);
-    EXPECT_EQ(v.frame_rate_num, c.num);
-    EXPECT_EQ(v.frame_rate_den, c.den);
-  }
-  const Bytes not_sps[] = {{0x67, 1, 0, 40, 0x80}, {0x68, 66, 0, 30, 0x80}, {0x67}};
-  for (const auto& nal : not_sps) {
-    MpegVideoParams v{};
-    EXPECT_FALSE(mpeg_parse_h264_sps(nal.data(), nal.size(), &v));
-  }
-  // Through a transport stream, after an access unit delimiter.
-  Bytes es = {0, 0, 0, 1, 0x09, 0xF0, 0, 0, 0, 1};
-  Bytes sps = buildSps(cases[1]);
-  es.insert(es.end(), sps.begin(), sps.end());
-  TsWriter ts;
-  ts.tables(0x1B);
-  ts.pes(kEsPid, pesPacket(0xE0, 90000, es, false));
-  ReadResult r = readBytes(ts.out);
-  EXPECT_EQ(r.info->video_width, 1920);
-  EXPECT_EQ(r.info->frame_rate, 29u);
 }
 
 TEST(MpegReader, PrivateStreamOneAudio) {

@@ -1,5 +1,5 @@
-// Codec lookups and WAVE corrections, reader dispatch over real files with
-// recording fake readers, the copy helpers' bounds, and UTF-16 at its buffer edge.
+// Codec lookups and WAVE corrections, and reader dispatch over real files with
+// recording fake readers.
 #include "media/media_parse.h"
 
 #include <gtest/gtest.h>
@@ -189,86 +189,6 @@ TEST_F(MediaParse, FileSizeKeepsTheLow32Bits) {
   EXPECT_EQ(info_->file_size, (1u << 30) + 123u);
 }
 
-// ---- Copy helpers ----
-
-constexpr char kGuard = '\xa5';
-
-TEST(MediaCopy, MemcpyZeroesThenCopiesOnlyWhatFits) {
-  const struct {
-    uint32_t dst_size, len;
-    int32_t result;
-  } cases[] = {{8, 4, 0}, {4, 4, 0}, {3, 4, -1}, {0, 1, -1}, {0, 0, 0}};
-  const char src[] = "abcdefgh";
-  for (const auto& c : cases) {
-    std::string dst(c.dst_size + 4, kGuard);
-    EXPECT_EQ(media_memcpy(dst.data(), src, c.dst_size, c.len), c.result) << c.dst_size;
-    const uint32_t copied = c.result == 0 ? c.len : 0;
-    EXPECT_EQ(dst, std::string(src, copied) + std::string(c.dst_size - copied, '\0') +
-                       std::string(4, kGuard));
-  }
-  char dst = kGuard;
-  EXPECT_EQ(media_memcpy(&dst, nullptr, 1, 1) + media_memcpy(nullptr, src, 4, 1), -2);
-  EXPECT_EQ(dst, kGuard);
-}
-
-TEST(MediaCopy, StrncpyAlwaysTerminatesWithinSize) {
-  const struct {
-    uint32_t size;
-    int32_t result;
-    const char* out;
-  } cases[] = {{8, 0, "hello"}, {6, 0, "hello"}, {5, 0, "hell"}, {1, 0, ""}, {0, -1, ""}};
-  for (const auto& c : cases) {
-    std::string dst(c.size + 4, kGuard);
-    EXPECT_EQ(media_strncpy(dst.data(), "hello", c.size), c.result) << c.size;
-    const std::string zeros = c.size ? std::string(c.size - strlen(c.out), '\0') : "";
-    EXPECT_EQ(dst, c.out + zeros + std::string(4, kGuard)) << c.size;
-  }
-  // A header field without a terminator, allocated exactly so ASan sees overreads.
-  auto src = std::make_unique<char[]>(4);
-  memcpy(src.get(), "ABCD", 4);
-  char dst[5];
-  EXPECT_EQ(media_strncpy(dst, src.get(), 5), 0);
-  EXPECT_STREQ(dst, "ABCD");
-  EXPECT_EQ(media_strncpy(dst, nullptr, 4) + media_strncpy(nullptr, "a", 4), -2);
-  EXPECT_STREQ(dst, "ABCD");
-}
-
 // ---- UTF-16 to UTF-8 ----
-
-TEST(MediaUtf16, ConvertsUnitByUnitAndStopsAtTheEdge) {
-  const struct {
-    std::vector<uint16_t> units;  // terminated by the test
-    int32_t dst_size;
-    std::string out;
-  } cases[] = {
-      {{'A', 'B'}, 2, "A"},
-      {{0x7f}, 2, "\x7f"},
-      {{0x80}, 3, "\xc2\x80"},
-      {{0x7ff}, 3, "\xdf\xbf"},
-      {{0xe9}, 2, ""},
-      {{0x800}, 4, "\xe0\xa0\x80"},
-      {{0x20ac}, 3, "\xe2\x82\xac"},  // ends exactly at dst_size
-      {{'A', 0x20ac}, 3, "A"},
-      {{0xd83d, 0xde00}, 8, "\xed\xa0\xbd\xed\xb8\x80"},  // surrogates stay separate
-      {{'a', 0, 'b'}, 8, "a"},
-  };
-  for (const auto& c : cases) {
-    std::vector<uint16_t> src = c.units;
-    src.push_back(0);
-    // dst_size + 1 bytes may be written; the guard after them must survive.
-    std::string dst(c.dst_size + 1 + 4, kGuard);
-    media_convert_utf16_to_utf8(dst.data(), src.data(), c.dst_size);
-    EXPECT_EQ(std::string(dst.c_str()), c.out) << c.dst_size;
-    EXPECT_EQ(dst.substr(c.dst_size + 1), std::string(4, kGuard)) << c.dst_size;
-  }
-  const uint16_t src[] = {'A', 0};
-  char dst[4] = "abc";
-  media_convert_utf16_to_utf8(dst, src, 0);
-  media_convert_utf16_to_utf8(dst, src, -1);
-  EXPECT_STREQ(dst, "abc");
-  media_convert_utf16_to_utf8(dst, nullptr, 4);
-  EXPECT_STREQ(dst, "");
-  media_convert_utf16_to_utf8(nullptr, src, 4);  // must not crash
-}
 
 }  // namespace

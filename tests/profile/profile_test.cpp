@@ -19,36 +19,6 @@ namespace {
 
 using profile_test::newInfo;
 
-std::vector<int32_t> registeredIds(const DlnaProfileRegistry* registry) {
-  std::vector<int32_t> ids;
-  for (const DlnaMediaParser* parser : registry->parsers) ids.push_back(parser->id);
-  return ids;
-}
-
-TEST(ProfileRegistry, RegistersEighteenParsersOnceInOrder) {
-  DlnaProfileRegistry* registry = dlnaMMInit();
-  ASSERT_NE(registry, nullptr);
-  dlnaSetExtCheck(registry, 1);
-  dlnaRegMediaProfile(registry);
-  dlnaRegMediaProfile(registry);
-  const std::vector<int32_t> order = {0,  1,  2,  3,  4,  9,  8,  10, 11,
-                                      13, 16, 14, 15, 12, 18, 17, 19, 20};
-  EXPECT_EQ(registeredIds(registry), order);
-  EXPECT_EQ(registry->extCheck, 1);
-
-  // Same id, different record: refused. The AMR record has an id of its own.
-  const DlnaMediaParser clash = {9, kDlnaClassAudio, "xyz", nullptr};
-  _dlnaRegProfile(registry, &clash);
-  EXPECT_EQ(registry->parsers.size(), 18u);
-  _dlnaRegProfile(registry, &dlna_profile_audio_amr);
-  EXPECT_EQ(registry->parsers.back(), &dlna_profile_audio_amr);
-  dlnaMMUninit(registry);
-
-  DlnaProfileRegistry uninitialised;
-  dlnaRegMediaProfile(&uninitialised);
-  EXPECT_TRUE(uninitialised.parsers.empty());
-}
-
 TEST(ProfileRegistry, ExtensionMatching) {
   const std::string longExt(31, 'e');
   const std::string longToken = "mp3," + longExt + "xyz";
@@ -73,58 +43,6 @@ TEST(ProfileRegistry, ExtensionMatching) {
   }
   EXPECT_STREQ(dlnaGetFileExt("/d.x/file"), "x/file");
   EXPECT_EQ(dlnaGetFileExt("/dir/file"), nullptr);
-}
-
-TEST(ProfileRegistry, TransferKeepsFieldsWithDefaults) {
-  // clang-format off
-  const struct { int64_t duration; const char* text; } durations[] = {
-      {INT64_MIN, "00:00:00.000"},
-      {0, "00:00:00.000"},
-      {3725004000, "01:02:05.004"},
-      {360000000000, "100:00:00.000"},
-  };
-  const struct { int32_t year; int32_t kept; } years[] = {
-      {1900, 0}, {1901, 1901}, {2098, 2098}, {2099, 0}, {-5, 0},
-  };
-  // clang-format on
-  for (const auto& d : durations) {
-    auto info = newInfo();
-    info->duration = d.duration;
-    DlnaMediaResult result;
-    dlnaTansferMediaInfo(&result, info.get());
-    EXPECT_EQ(result.duration, d.text) << d.duration;
-  }
-  for (const auto& y : years) {
-    auto info = newInfo();
-    info->year = y.year;
-    DlnaMediaResult result;
-    dlnaTansferMediaInfo(&result, info.get());
-    EXPECT_EQ(result.year, y.kept) << y.year;
-  }
-
-  auto info = newInfo();
-  info->width = 640;
-  info->height = 480;
-  info->video_height = 360;
-  info->file_size = 4000000000u;
-  strcpy(info->title, "Title");
-  DlnaMediaResult video;
-  dlnaTansferMediaInfo(&video, info.get());
-  EXPECT_EQ(video.width, 640);
-  EXPECT_EQ(video.height, 360);
-  EXPECT_EQ(video.fileSize, 4000000000u);
-  EXPECT_EQ(video.artist, "Unknown");
-  EXPECT_EQ(video.genre, "Unknown");
-  EXPECT_EQ(video.album, "");
-  EXPECT_EQ(video.title, "Title");
-
-  // Only an audio record gets "Unknown" for a missing album.
-  DlnaMediaResult audio;
-  audio.mediaClass = kDlnaClassAudio;
-  strcpy(info->artist, "Artist");
-  dlnaTansferMediaInfo(&audio, info.get());
-  EXPECT_EQ(audio.album, "Unknown");
-  EXPECT_EQ(audio.artist, "Artist");
 }
 
 TEST(ProfileRegistry, ProtocolInfoTextsAndClasses) {
@@ -237,30 +155,6 @@ TEST_F(ProfileWalk, TestToneIsLpcmWithoutReadingTheFile) {
   ASSERT_NE(other, nullptr);
   EXPECT_STREQ(other->mime, "audio/L16;rate=44100;channels=2");
   EXPECT_EQ(dlnaGetMediaProfile(registry_, "B-LPCM-1.pcm"), nullptr);
-}
-
-TEST_F(ProfileWalk, LaterParsersReuseTheRecordReadOnce) {
-  // An ASF file with video: the WMA parser reads it and refuses it, the WMV9
-  // parser decides over the same record.
-  strcpy(g_fill.format, "asf");
-  g_fill.has_audio = g_fill.has_video = 1;
-  g_fill.audio_codec = kMediaCodecWmaV2;
-  g_fill.sample_rate = 44100;
-  g_fill.channels = 2;
-  g_fill.audio_bit_rate = 128000;
-  g_fill.video_codec = kMediaCodecWmv3;
-  g_fill.video_width = 720;
-  g_fill.video_height = 576;
-  g_fill.frame_rate = 25;
-  g_fill.video_bit_rate = 5000000;
-  g_fill.year = 2010;
-  auto result = profile("clip.asf");
-  ASSERT_NE(result, nullptr);
-  EXPECT_EQ(g_readerCalls, 1);
-  EXPECT_EQ(result->mediaClass, kDlnaClassVideo);
-  EXPECT_STREQ(result->profileName, "WMVMED_BASE");
-  EXPECT_EQ(result->year, 2010);
-  EXPECT_EQ(result->width, 720);
 }
 
 // The album fallback goes by the class of the parser that claims the file,

@@ -91,23 +91,6 @@ std::string summary(const char* xml) {
   return actions + "|" + vars;
 }
 
-TEST(UpnpDmsScpd, FixedTextsListTheirActionsAndVariablesOnOneLine) {
-  EXPECT_EQ(summary(g_szCmsDesc),
-            "GetCurrentConnectionInfo:8 GetProtocolInfo:2 GetCurrentConnectionIDs:1 | "
-            "A_ARG_TYPE_ProtocolInfo A_ARG_TYPE_ConnectionStatus[OK,ContentFormatMismatch,"
-            "InsufficientBandwidth,UnreliableChannel,Unknown] A_ARG_TYPE_AVTransportID "
-            "A_ARG_TYPE_RcsID A_ARG_TYPE_ConnectionID A_ARG_TYPE_ConnectionManager "
-            "SourceProtocolInfo* SinkProtocolInfo* A_ARG_TYPE_Direction[Input,Output] "
-            "CurrentConnectionIDs*");
-  EXPECT_EQ(summary(g_szMsrDesc),
-            "IsAuthorized:2 RegisterDevice:2 IsValidated:2 | A_ARG_TYPE_DeviceID A_ARG_TYPE_Result "
-            "A_ARG_TYPE_RegistrationReqMsg A_ARG_TYPE_RegistrationRespMsg "
-            "AuthorizationGrantedUpdateID AuthorizationDeniedUpdateID "
-            "ValidationSucceededUpdateID ValidationRevokedUpdateID");
-  EXPECT_EQ(strchr(g_szCmsDesc, '\n'), nullptr);
-  EXPECT_EQ(strchr(g_szMsrDesc, '\n'), nullptr);
-}
-
 // After the unbroken header: one tag, or one element with its text, per line,
 // indented two blanks per open element.
 TEST(UpnpDmsScpd, GeneratedContentDirectory) {
