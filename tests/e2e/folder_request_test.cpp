@@ -200,37 +200,6 @@ TEST_F(FolderRequests, EachRequestChangesTheTreeAndSendsOneEvent) {
   EXPECT_TRUE(dmsd_.running());
 }
 
-TEST_F(FolderRequests, RequestsDuringTheScanOfALargeTreeLeaveAConsistentTree) {
-  constexpr int kFolders = 20, kPerFolder = 30;
-  for (int f = 0; f < kFolders; ++f)
-    for (int i = 0; i < kPerFolder; ++i)
-      put("big/d" + std::to_string(f) + "/p" + std::to_string(i) + ".jpg", "jpeg_plain.jpg");
-  start(at("big"), "0", false);
-  // The first request comes while the start-up scan runs; Browse runs
-  // throughout, and each request waits for the one before it.
-  ASSERT_TRUE(dmsd_.waitForLog("Looking for files in content directory", 20s));
-  std::atomic<bool> done{false};
-  std::atomic<int> browsed{0}, failed{0};
-  std::thread browser([&] {
-    while (!done) {
-      ++(browse("0$4").ok() ? browsed : failed);
-    }
-  });
-  for (int round = 0; round < 3; ++round) {
-    request("Enable = 1\nFolderPath = " + at("other") + "\n");
-    request("Enable = 0\nFolderPath = " + at("big/d3") + "\n");
-    request("Enable = 1\nFolderPath = " + at("big") + "\n");
-    EXPECT_EQ(totalMatches("0$3$30"), kFolders * kPerFolder + 1);
-  }
-  done = true;
-  browser.join();
-  EXPECT_GT(browsed.load(), 0);
-  EXPECT_EQ(failed.load(), 0);
-  EXPECT_EQ(children(find("0$4", at("big")).id).size(), static_cast<size_t>(kFolders));
-  EXPECT_EQ(titles(children(find("0$4", at("other")).id)), std::vector<std::string>{"photo"});
-  EXPECT_TRUE(dmsd_.running());
-}
-
 // Real file-system events reach the drain; it publishes once per batch while
 // the tree stays as it was (the event word it reads as the mask is zero).
 TEST_F(FolderRequests, RescanDrainsRealEventsAndPublishesOncePerBatch) {

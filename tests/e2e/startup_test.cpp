@@ -153,13 +153,4 @@ INSTANTIATE_TEST_SUITE_P(
                     OptionCase{"PrefixIsNotAnOption", {"--configx", "f"}, 2, "", "unknown option"}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(DaemonOptions, LogLevelSevenHidesTraceLines) {
-  DmsdProcess dmsd;
-  dmsd.start({"--config", dmsd.writeFile("dms.conf", "Enable = 1\n"), "--log-level=7"});
-  ASSERT_TRUE(dmsd.waitForLog("DMS started successful!"));
-  EXPECT_EQ(dmsd.stop(), 0);
-  EXPECT_EQ(dmsd.log().find("gtDmsCfg"), std::string::npos);
-  EXPECT_EQ(dmsd.log().find("while(1)"), std::string::npos);
-}
-
 }  // namespace

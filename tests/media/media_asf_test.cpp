@@ -165,31 +165,4 @@ TEST_F(Asf, ContentDescriptionTexts) {
   EXPECT_EQ(std::string(info->artist), "a\xed\xa0\x80z" + std::string(1018, 'b'));
 }
 
-// Headers cut short or lying about their sizes are read as far as they hold,
-// without reading outside the file or looping on the object count.
-TEST_F(Asf, TruncatedAndInconsistentHeaders) {
-  Bytes front = header({fileProperties(), headerExtension({extStream(1, 4800000, 0, 400000)}),
-                        wmv3Stream(1, 720, 576)},
-                       0xFFFFFFFF);
-  size_t videoEnd = front.size() - 50;  // before the data object
-  Bytes good =
-      cat({Bytes(front.begin(), front.begin() + videoEnd), audioStream(2, 0x161, 2, 44100, 16000),
-           contentDescription(utf16(u"title"), utf16(u"author"))});
-  for (size_t len = 0; len < good.size(); ++len) {
-    ASSERT_EQ(read(Bytes(good.begin(), good.begin() + len)), len < 24 ? -1 : 0) << len;
-    if (len >= videoEnd) {
-      EXPECT_EQ(info->video_codec, kMediaCodecWmv3) << len;
-    }
-  }
-  // The first inner object's size: below the object header, beyond the file,
-  // or too large to seek past.
-  const std::pair<uint64_t, int32_t> sizes[] = {
-      {0, 0}, {1, 0}, {23, 0}, {1ull << 40, 0}, {0xFFFFFFFFFFFFFFFF, -1}};
-  for (auto [size, rc] : sizes) {
-    Bytes bad = good;
-    for (int i = 0; i < 8; ++i) bad[30 + 16 + i] = static_cast<uint8_t>(size >> (8 * i));
-    EXPECT_EQ(read(bad), rc) << size;
-  }
-}
-
 }  // namespace

@@ -63,12 +63,6 @@ Bytes amfMembers(uint8_t type, const Members& members) {
   put(b, {0, 0, 9});
   return b;
 }
-Bytes metadata(const Members& members) {
-  Bytes body = amfString("onMetaData");
-  put(body, amfMembers(8, members));
-  return tag(18, body);
-}
-
 class Flv : public testing::Test {
  protected:
   // Reads into a fresh record unless told to read on top of the current one.
@@ -100,34 +94,6 @@ TEST_F(Flv, TagCodecs) {
     EXPECT_EQ(info->sample_rate, c.rate) << std::hex << +c.byte;
     EXPECT_EQ(info->channels, c.channels) << std::hex << +c.byte;
   }
-}
-
-// The walk stops once the announced streams have been met; what it found up
-// to a failure is still reported; a file that is not FLV is left alone.
-TEST_F(Flv, TagWalkEnds) {
-  Bytes videoOnly = flvHeader(1);
-  put(videoOnly, tag(9, {0x12}));
-  put(videoOnly, tag(8, {0x2F}));
-  ASSERT_EQ(read(videoOnly), 0);
-  EXPECT_EQ(info->has_audio, 0);
-
-  Bytes both = flvHeader(5);
-  put(both, metadata({{"duration", amfNumber(3)}, {"width", amfNumber(320)}}));
-  put(both, tag(9, {0x12, 1, 2, 3}));
-  size_t videoEnd = both.size();
-  put(both, tag(8, {0x2F, 1, 2, 3}));
-  size_t audioByte = both.size() - 3;  // a prefix this long has met both streams
-  for (size_t len = 0; len < both.size(); ++len) {
-    ASSERT_EQ(read(Bytes(both.begin(), both.begin() + len)), len >= audioByte ? 0 : -1) << len;
-    if (len >= videoEnd) {
-      EXPECT_EQ(info->video_codec, kMediaCodecFlv1) << len;
-      EXPECT_EQ(info->duration, 3000000) << len;
-      EXPECT_EQ(info->video_width, 320) << len;
-    }
-  }
-  info->track = 9;
-  EXPECT_EQ(read({'F', 'L', 'X', 1, 5, 0, 0, 0, 9}, false), -1);
-  EXPECT_EQ(info->track, 9);
 }
 
 // Nesting far beyond any real file ends without exhausting the stack.

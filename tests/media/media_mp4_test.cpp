@@ -96,19 +96,6 @@ std::unique_ptr<MediaInfo> readMp4(const Bytes& bytes, int32_t* result = nullptr
   return info;
 }
 
-TEST(Mp4Reader, FormatComesFromA3gpBrandOnly) {
-  const struct {
-    const char* brand;
-    const char* format;
-  } cases[] = {
-      {"3gp6", "3gp6"}, {"3gp4", "3gp4"}, {"3g2a", "mp4"}, {"isom", "mp4"}, {"M4A ", "mp4"}};
-  for (const auto& c : cases) {
-    EXPECT_STREQ(readMp4(cat({ftyp(c.brand), box("moov", mvhd(1000, 2000))}))->format, c.format)
-        << c.brand;
-  }
-  EXPECT_STREQ(readMp4({})->format, "mp4");  // no ftyp at all
-}
-
 TEST(Mp4Reader, AacTrackWithTwoByteDecoderConfig) {
   auto info = readMp4(cat({ftyp("M4A "), box("moov", cat({mvhd(44100, 441000), kAacTrack}))}));
   EXPECT_EQ(info->has_audio, 1);
@@ -122,57 +109,6 @@ TEST(Mp4Reader, AacTrackWithTwoByteDecoderConfig) {
   EXPECT_EQ(info->audio_bit_rate, 96000u);
   EXPECT_EQ(info->has_video, 0);
   EXPECT_EQ(info->duration, 10000000);
-}
-
-// Fields of later tracks win, except the audio bit rates: the first found stay.
-TEST(Mp4Reader, LaterTracksOverwriteButNotAudioBitRates) {
-  const Bytes mono =
-      trak({"soun", 8000, 80000, audioEntry("mp4a", 1, 8000, esds({0x15, 0x88}, 24000, 12000)),
-            stts({{10, 1024}})});
-  auto info = readMp4(cat({box("moov", cat({mvhd(1000, 10000), kAacTrack, mono}))}));
-  EXPECT_EQ(info->channels, 1);
-  EXPECT_EQ(info->sample_rate, 8000u);
-  EXPECT_EQ(info->audio_config[0], 0x15);
-  EXPECT_EQ(info->audio_max_bit_rate, 128000u);
-  EXPECT_EQ(info->audio_bit_rate, 96000u);
-}
-
-// 90000 / 3003 is 29.97; the whole part is kept. A zero delta counts as none
-// and a larger later one does not replace the smallest. The video bit rate is
-// the whole mdat over the track's seconds.
-TEST(Mp4Reader, VideoFrameRateFromSmallestDeltaAndBitRateFromMdat) {
-  const Bytes mdat = box("mdat", Bytes(1000, 0));
-  const Bytes video = trak(
-      {"vide", 90000, 900000, visualEntry("avc1", {}), stts({{1, 0}, {299, 3003}, {1, 3600}})});
-  auto info = readMp4(cat({ftyp("isom"), mdat, box("moov", cat({mvhd(1000, 10000), video}))}));
-  EXPECT_EQ(info->video_codec, kMediaCodecH264);
-  EXPECT_EQ(info->frame_rate, 29u);
-  EXPECT_EQ(info->video_width, 640);
-  EXPECT_EQ(info->video_height, 360);
-  EXPECT_EQ(info->video_bit_rate, 1008u * 8 / 10);
-  EXPECT_EQ(info->video_max_bit_rate, info->video_bit_rate);
-}
-
-// Under a second, there is no whole second to divide by.
-TEST(Mp4Reader, HalfSecondMovieHasNoBitRates) {
-  const Bytes track = trak({"vide", 1000, 500, visualEntry("mp4v", {}), stts({{12, 40}})});
-  auto info = readMp4(cat({box("moov", cat({mvhd(1000, 500), track})), box("mdat", Bytes(64, 0))}));
-  EXPECT_EQ(info->duration, 500000);
-  EXPECT_EQ(info->bit_rate, 0u);
-  EXPECT_EQ(info->video_bit_rate, 0u);
-  EXPECT_EQ(info->frame_rate, 0u);
-  EXPECT_EQ(info->video_codec, kMediaCodecMpeg4);
-}
-
-TEST(Mp4Reader, Version1MovieHeaderGivesDateAndDuration) {
-  const uint64_t created = 2082844800ull + 1278418830;  // 2010-07-06 12:20:30 UTC
-  const Bytes v1 = fullBox(
-      "mvhd", 1, cat({be(created, 8), be(0, 8), be(600, 4), be(6000000000ull, 8), Bytes(80, 0)}));
-  auto info = readMp4(box("moov", v1));
-  EXPECT_EQ(info->duration, 10000000000000);  // 64-bit duration, no overflow
-  EXPECT_EQ(info->year, 2010);
-  EXPECT_EQ(info->month, 7);
-  EXPECT_EQ(info->day, 6);
 }
 
 // Sizes the walk cannot follow: a 64-bit mdat derails it (the moov behind it

@@ -19,54 +19,6 @@
 
 namespace {
 
-uint32_t tag(const char (&s)[5]) {
-  return mediaFourcc(s[0], s[1], s[2], s[3]);
-}
-
-// An exact match anywhere beats a case-folded one; each pass takes the first
-// row; folding is ASCII only and applies to both the query and the rows.
-TEST(MediaCodec, LookupRules) {
-  const MediaCodecTag rules[] = {{1, tag("abcd")}, {2, tag("ABCD")}, {4, tag("x\xe4yz")}, {0, 0}};
-  const struct {
-    const MediaCodecTag* table;
-    uint32_t tag, id;
-  } cases[] = {
-      {rules, tag("ABCD"), 2},
-      {rules, tag("aBcD"), 1},
-      {rules, tag("X\xe4YZ"), 4},
-      {rules, tag("X\xc4YZ"), 0},
-      {nullptr, tag("abcd"), 0},
-      {media_codec_bmp_tags, tag("avc1"), kMediaCodecH264},
-      {media_codec_bmp_tags, tag("xvid"), kMediaCodecMpeg4},
-      {media_codec_bmp_tags, tag("DIV3"), kMediaCodecMsMpeg4V3},
-      {media_codec_bmp_tags, tag("WVC1"), kMediaCodecVc1},
-      {media_codec_bmp_tags, tag("mpg2"), kMediaCodecMpeg1Video},  // listed twice
-      {media_codec_bmp_tags, tag("H263"), kMediaCodecH263},        // listed twice
-      {media_codec_bmp_tags, tag("KGV1"), kMediaCodecKgv1},        // last row
-      {media_codec_bmp_tags, tag("QQQQ"), kMediaCodecNone},
-  };
-  for (const auto& c : cases)
-    EXPECT_EQ(media_codec_get_id(c.table, c.tag), c.id) << std::hex << c.tag;
-}
-
-TEST(MediaCodec, WavTagsAreCorrectedBySampleWidth) {
-  const struct {
-    uint32_t tag, bits, id;
-  } cases[] = {
-      {0x0001, 16, kMediaCodecPcmS16Le}, {0x0001, 8, kMediaCodecPcmU8},
-      {0x0001, 24, kMediaCodecPcmS24Le}, {0x0001, 32, kMediaCodecPcmS32Le},
-      {0x0001, 64, kMediaCodecPcmS16Le}, {0x0003, 32, kMediaCodecPcmF32Le},
-      {0x0003, 64, kMediaCodecPcmF64Le}, {0x0011, 4, kMediaCodecAdpcmImaWav},
-      {0x0011, 8, kMediaCodecPcmZork},   {0x0069, 8, kMediaCodecPcmZork},
-      {0x0055, 8, kMediaCodecMp3},       {0xabcd, 8, kMediaCodecNone},
-      {0x706d, 16, kMediaCodecAac},      {0x0162, 16, kMediaCodecWmaPro},
-      {tag("MP3 "), 16, kMediaCodecMp3},  // last row
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(media_wav_codec_get_id(c.tag, c.bits), c.id) << std::hex << c.tag << " " << c.bits;
-  }
-}
-
 // ---- Dispatch ----
 
 // Fake readers record their calls in globals: a reader is a plain function.

@@ -39,11 +39,6 @@ Bytes video(uint32_t scale = 1, uint32_t rate = 25) {
   const Bytes strh = chunk("strh", "vids" + zeros(16) + le32(scale) + le32(rate) + zeros(28));
   return list("strl", strh + chunk("strf", zeros(14) + le16(24) + "XVID" + zeros(20)));
 }
-Bytes audio(uint32_t tag, uint32_t bits = 16) {
-  const Bytes strh = chunk("strh", "auds" + zeros(16) + le32(1) + le32(44100) + zeros(28));
-  const Bytes fmt = le16(tag) + le16(2) + le32(44100) + le32(8000) + le16(4) + le16(bits);
-  return list("strl", strh + chunk("strf", fmt + le16(0)));
-}
 Bytes hdrl(const Bytes& body) {
   return list("hdrl", body);
 }
@@ -70,42 +65,6 @@ Read readBytes(MediaReaderFn reader, const Bytes& bytes, uint32_t file_size) {
   r.info->file_size = file_size;
   r.rc = reader_test::readBytes(reader, 0, reader_test::text(bytes), r.info.get());
   return r;
-}
-
-// file_size is 3000000 throughout: bit_rate is its bits over whole seconds.
-TEST(AviReader, HeaderLayouts) {
-  const Bytes main = avih(1500, 320);
-  const struct {
-    const char* name;
-    Bytes headers;
-    uint16_t width;
-    uint32_t fps;  // kept in video_bit_rate
-    int64_t duration;
-    uint32_t bit_rate, audio_codec;
-  } cases[] = {
-      {"MPEG-4 and MP3", hdrl(main + video() + audio(0x55)), 320, 25, 60000000, 400000,
-       kMediaCodecMp3},
-      {"8-bit PCM, last audio wins", hdrl(main + video() + audio(0x55) + audio(1, 8)), 320, 25,
-       60000000, 400000, kMediaCodecPcmU8},
-      {"30000/1001", hdrl(main + video(1001, 30000)), 320, 29, 51000000, 470588, 0},
-      {"scale 0", hdrl(main + video(0, 25)), 320, 0, 0, 0, 0},
-      {"under a second", hdrl(avih(10, 320) + video()), 320, 25, 0, 0, 0},
-      {"avih outside hdrl", main + hdrl(video()), 0, 25, 0, 0, 0},
-      {"INFO skipped whole", hdrl(main + video() + list("INFO", avih(1, 999))), 320, 25, 60000000,
-       400000, 0},
-      {"JUNK skipped whole", hdrl(chunk("JUNK", "LIST" + le32(4) + "movi") + main + video()), 320,
-       25, 60000000, 400000, 0},
-  };
-  for (const auto& c : cases) {
-    Read r = readBytes(avi_read_info, aviFile(c.headers), 3000000);
-    ASSERT_EQ(r.rc, 0) << c.name;
-    EXPECT_EQ(r.info->parsed, 1) << c.name;
-    EXPECT_EQ(r.info->video_width, c.width) << c.name;
-    EXPECT_EQ(r.info->video_bit_rate, c.fps) << c.name;
-    EXPECT_EQ(r.info->duration, c.duration) << c.name;
-    EXPECT_EQ(r.info->bit_rate, c.bit_rate) << c.name;
-    EXPECT_EQ(r.info->audio_codec, c.audio_codec) << c.name;
-  }
 }
 
 // Short chunk heads give -2, cut headers -1, and a failed walk leaves the
