@@ -16,7 +16,6 @@ void _dlnaInit(DlnaInfo* info) {
   info->videoCount = 0;
   info->containerCount = 0;
   info->notifyFd = -1;
-  info->timer = 0;
   info->deviceHandle = -1;
   memset(info->ip, 0, sizeof info->ip);
   info->port = 0;

@@ -35,7 +35,6 @@ struct DlnaInfo {
   int32_t videoCount = 0;
   int32_t containerCount = 0;
   int32_t notifyFd = -1;
-  uint32_t timer = 0;
   int32_t deviceHandle = -1;
   char ip[32] = {};
   int32_t port = 0;

@@ -126,7 +126,6 @@ void dlnaRenewMetaLst(DlnaInfo* info) {
   _dlnaInit(next.get());
   next->state = info->state;
   next->systemUpdateId = info->systemUpdateId;
-  next->timer = info->timer;
   next->deviceHandle = info->deviceHandle;
   memcpy(next->ip, info->ip, sizeof next->ip);
   next->port = info->port;

@@ -13,7 +13,6 @@
 #include "core/dms_signal.h"
 #include "platform/ctype.h"
 #include "platform/log.h"
-#include "platform/timer.h"
 #include "profile/profile.h"
 #include "upnp/upnp_dms.h"
 
@@ -90,10 +89,6 @@ void _dlnaDmsStop() {
   if (g_tDmsSubsystems.stopDevice) g_tDmsSubsystems.stopDevice(info);
   dlnaFreeMetaLst(info);
   if (g_tDmsSubsystems.closeNotify) g_tDmsSubsystems.closeNotify(info);
-  if (info->timer != 0) {
-    EXTRA_KILL_TIMER(info->timer);
-    info->timer = 0;
-  }
   alarm(0);  // a rescan must not fire into a stopped server
   dlnaFreeVarValue();
   _dlnaReinit(info);

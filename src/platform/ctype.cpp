@@ -13,7 +13,6 @@
 namespace {
 
 std::atomic<bool> g_bEnabled{false};
-std::atomic<int> g_iFsCode{kCtypeDetect};
 
 const char* iconvName(int code) {
   switch (code) {
@@ -80,14 +79,9 @@ bool iconvConvert(int from, int to, std::string_view in, std::string& out) {
 
 }  // namespace
 
-int ctypeInit(int enable, int fsCode) {
-  g_iFsCode = fsCode;
+int ctypeInit(int enable, int /*fsCode: names are always detected*/) {
   g_bEnabled = enable != 0;
   return 0;
-}
-
-int ctypeFsCode() {
-  return g_iFsCode;
 }
 
 bool ctypeIsUtf8(std::string_view text) {

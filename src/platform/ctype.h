@@ -29,12 +29,9 @@ struct CtypeOut {
   size_t len;    // bytes in text, without the terminator
 };
 
-// Turns the converter on (enable non-zero) and records the character set of
-// file-system names (`fsCode`, -1 to detect). Returns 0.
+// Turns the converter on (enable non-zero). File-system names are always
+// detected, so `fsCode` is not used. Returns 0.
 int ctypeInit(int enable, int fsCode);
-
-// The file-system character set given to ctypeInit.
-int ctypeFsCode();
 
 // Converts in->text to out->code. 0 with out->text set, or -1 (converter off,
 // unknown code, malformed input) with out->text null.

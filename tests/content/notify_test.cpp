@@ -124,44 +124,4 @@ TEST_F(Notify, OverflowRebuildsTheWholeTreeAndSwapsItIn) {
   EXPECT_NE(g_tDlnaInfo.watches->nodes.size(), 0u);
 }
 
-TEST_F(LiveLibrary, RealWatchesFollowFoldersAndRealEventsReadAsNoChange) {
-  EXPECT_EQ(dlnaAddNotify(&g_tDlnaInfo, root_.c_str(), 300), -1);  // not open
-  ASSERT_EQ(dlnaRegNotify(&g_tDlnaInfo), 0);
-  const int fd = g_tDlnaInfo.notifyFd;
-  EXPECT_EQ(dlnaRegNotify(&g_tDlnaInfo), 0);
-  EXPECT_EQ(g_tDlnaInfo.notifyFd, fd);
-
-  put("share/song.mp3", kTestSong);
-  build({"share"});
-  const int32_t shareId = share("share")->id;
-  ASSERT_EQ(g_tDlnaInfo.watches->nodes.size(), 1u);
-  const int32_t wd = g_tDlnaInfo.watches->nodes.begin()->first;
-  EXPECT_EQ(g_tDlnaInfo.watches->nodes.begin()->second, shareId);
-
-  // Watching again points the same descriptor at the newer container; "/mnt"
-  // and paths the kernel refuses are not watched.
-  EXPECT_EQ(dlnaAddNotify(&g_tDlnaInfo, at("share").c_str(), 400), 0);
-  EXPECT_EQ(dlnaAddNotify(&g_tDlnaInfo, "/mnt", 401), -1);
-  EXPECT_EQ(dlnaAddNotify(&g_tDlnaInfo, at("nowhere").c_str(), 402), 0);
-  EXPECT_EQ(g_tDlnaInfo.watches->nodes, (std::map<int32_t, int32_t>{{wd, 400}}));
-  EXPECT_EQ(dlnaAddNotify(&g_tDlnaInfo, at("share").c_str(), shareId), 0);
-
-  // The kernel's event has the mask in the second word and a zero cookie in
-  // the third, so creating a file changes nothing.
-  const size_t before = updateEvents();
-  std::ofstream(at("share/new.mp3")) << "x";
-  EXPECT_EQ(dlnaGetNotify(&g_tDlnaInfo), 0);
-  EXPECT_EQ(updateEvents(), before + 1);
-  EXPECT_EQ(titles(share("share")), std::vector<std::string>{"song"});
-
-  EXPECT_EQ(dlnaDelNotify(&g_tDlnaInfo, wd), 0);
-  EXPECT_EQ(dlnaDelNotify(&g_tDlnaInfo, -1), -1);
-  EXPECT_TRUE(g_tDlnaInfo.watches->nodes.empty());
-  dlnaUnregNotify(&g_tDlnaInfo);
-  EXPECT_EQ(g_tDlnaInfo.notifyFd, -1);
-  EXPECT_EQ(g_tDlnaInfo.watches, nullptr);
-  EXPECT_EQ(dlnaGetNotify(&g_tDlnaInfo), -1);
-  EXPECT_EQ(dlnaDelNotify(&g_tDlnaInfo, wd), -1);
-}
-
 }  // namespace

@@ -1,4 +1,4 @@
-// Log lines and timers.
+// Log lines: where they come from, their shape and the threshold.
 #include "platform/log.h"
 
 #include <fcntl.h>
@@ -9,8 +9,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <string>
-
-#include "platform/timer.h"
 
 namespace {
 
@@ -68,22 +66,6 @@ TEST_F(Log, LineNamesItsPlaceAndEndsInExactlyOneNewline) {
               std::string::npos)
         << text;
   }
-}
-
-TEST(Timer, MadeTimerIsOpenDescriptorUntilKilled) {
-  uint32_t timer = EXTRA_ADD_TIMER(60);
-  ASSERT_NE(timer, 0u);
-  int fd = static_cast<int>(timer);
-  int flags = fcntl(fd, F_GETFD);
-  ASSERT_NE(flags, -1);
-  EXPECT_TRUE(flags & FD_CLOEXEC);
-  pollfd p{fd, POLLIN, 0};
-  EXPECT_EQ(poll(&p, 1, 0), 0);  // a minute away
-
-  EXTRA_KILL_TIMER(timer);
-  errno = 0;
-  EXPECT_EQ(fcntl(fd, F_GETFD), -1);
-  EXPECT_EQ(errno, EBADF);
 }
 
 }  // namespace
