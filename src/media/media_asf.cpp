@@ -6,12 +6,169 @@
 
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <vector>
 
 #include "platform/alloc.h"
 #include "platform/ctype.h"
 
 namespace {
+
+// 16-byte equality.
+bool cmpGUID(const AsfGuid& a, const AsfGuid& b);
+
+// Stream types as recorded; an embedded stream stays kAsfStreamEmbedded unless
+// its inner type is audio. Only audio and video reach the MediaInfo.
+inline constexpr int32_t kAsfStreamVideo = 0;
+inline constexpr int32_t kAsfStreamAudio = 1;
+inline constexpr int32_t kAsfStreamCommand = 2;
+inline constexpr int32_t kAsfStreamEmbedded = -1;
+inline constexpr int32_t kAsfStreamIncomplete = 3;  // cut off by the end of the file
+
+// Object header; `pos` is where the object starts in the file.
+struct AsfObject {
+  AsfGuid guid;
+  uint64_t size;  // header included
+  int64_t pos;
+};
+
+struct AsfHeaderRecord {
+  uint32_t object_count;
+};
+
+struct AsfFileProperties {
+  AsfGuid file_id;
+  uint64_t file_size;
+  uint64_t creation_date;  // 100 ns since 1601-01-01
+  uint64_t packet_count;
+  uint64_t play_duration;  // 100 ns
+  uint64_t send_duration;
+  uint64_t preroll;  // milliseconds
+  uint32_t flags;    // bit 0: broadcast
+  uint32_t min_packet_size;
+  uint32_t max_packet_size;
+  uint32_t max_bit_rate;
+  bool has_date;
+  struct tm date;
+};
+
+struct AsfAudioFormat {
+  uint16_t format_tag;
+  uint32_t codec_id;  // MediaCodecId
+  uint16_t channels;
+  uint32_t samples_per_sec;
+  uint32_t avg_bytes_per_sec;
+  uint16_t block_align;
+  uint16_t bits_per_sample;
+  uint16_t extra_size;
+};
+
+struct AsfVideoFormat {
+  uint32_t encoded_width;
+  uint32_t encoded_height;
+  uint8_t reserved_flags;
+  uint16_t format_data_size;
+  uint32_t bmi_size;
+  uint32_t width;
+  uint32_t height;
+  uint16_t planes;
+  uint16_t bit_count;
+  uint32_t compression;  // FOURCC
+  uint32_t codec_id;     // MediaCodecId
+  uint32_t image_size;
+  uint32_t x_pels_per_meter;
+  uint32_t y_pels_per_meter;
+  uint32_t colors_used;
+  uint32_t colors_important;
+};
+
+// One stream properties object; a media_mallocz block in a list in file order.
+struct AsfStream {
+  AsfStream* next;
+  int32_t type;  // kAsfStream*
+  AsfGuid error_correction;
+  uint64_t time_offset;
+  uint32_t type_specific_len;
+  uint32_t error_correction_len;
+  uint16_t flags;  // stream number = flags & 0x7F
+  AsfAudioFormat audio;
+  AsfVideoFormat video;
+};
+
+// One extended stream properties object from the header extension.
+struct AsfExtStream {
+  AsfExtStream* next;
+  uint64_t start_time;
+  uint64_t end_time;
+  uint32_t data_bit_rate;
+  uint32_t buffer_size;
+  uint32_t initial_buffer_fullness;
+  uint32_t alt_data_bit_rate;
+  uint32_t alt_buffer_size;
+  uint32_t alt_initial_buffer_fullness;
+  uint32_t max_object_size;
+  uint32_t flags;
+  uint16_t stream_number;
+  uint16_t language_index;
+  uint64_t avg_time_per_frame;  // 100 ns
+  uint16_t stream_name_count;
+  uint16_t payload_ext_count;
+};
+
+// Title, author, copyright, description, rating: UTF-8 GetUB blocks or null.
+struct AsfContentDescription {
+  uint16_t lengths[5];
+  char* texts[5];
+};
+
+struct AsfBitrateEntry {
+  uint16_t stream_number;
+  uint32_t avg_bit_rate;
+};
+
+// The stream bitrate properties; read but not used.
+struct AsfBitrateList {
+  uint16_t count;
+  AsfBitrateEntry* entries;  // media_mallocz block of `count` entries
+};
+
+// Everything one read gathers. Owns its lists, texts and entries: they go back
+// to RetUB when the record is destroyed, whichever way the read ended.
+struct AsfContext {
+  AsfHeaderRecord header{};
+  bool has_file_properties = false;
+  AsfFileProperties file{};
+  AsfStream* streams = nullptr;
+  uint32_t stream_count = 0;
+  AsfExtStream* ext_streams = nullptr;
+  uint32_t ext_stream_count = 0;
+  AsfContentDescription content{};
+  AsfBitrateList bitrates{};
+
+  AsfContext() = default;
+  AsfContext(const AsfContext&) = delete;
+  AsfContext& operator=(const AsfContext&) = delete;
+  ~AsfContext();
+};
+
+// GUID and size at the current position; -1 on a short read.
+int32_t asf_read_object(MediaIo* io, AsfObject* header);
+// Moves past the object's body (nothing for a size below 24); -1 if that fails.
+int32_t asf_skip_object(MediaIo* io, const AsfObject* header);
+
+// Each reads its object's body, positioned just past the object header.
+int32_t asf_read_header_object(MediaIo* io, AsfHeaderRecord* record);
+int32_t asf_read_file_property_object(MediaIo* io, AsfFileProperties* record);
+int32_t asf_read_stream_property_object(MediaIo* io, AsfStream* record);
+int32_t asf_read_header_extension_object(MediaIo* io, const AsfObject* header, AsfContext* ctx);
+int32_t asf_read_stream_bitrate_proper_object(MediaIo* io, const AsfObject* header,
+                                              AsfBitrateList* record);
+int32_t asf_read_content_description_object(MediaIo* io, AsfContentDescription* record);
+
+// Replaces *text, `length` bytes of UTF-16LE in a GetUB block, with its UTF-8
+// form in a new GetUB block. The old block is released. -1 when no block could
+// be made (then *text is left as it was).
+int32_t asf_conv_wchar(char** text, uint32_t length);
 
 constexpr uint64_t kObjectHeaderSize = 24;
 constexpr uint64_t kHeaderExtensionFixed = 46;  // object header, reserved GUID and fields
@@ -221,8 +378,6 @@ void fillInfo(const AsfContext& ctx, MediaInfo* info) {
   }
 }
 
-}  // namespace
-
 AsfContext::~AsfContext() {
   freeList(streams);
   freeList(ext_streams);
@@ -394,6 +549,8 @@ int32_t asf_conv_wchar(char** text, uint32_t length) {
   *text = converted;
   return 0;
 }
+
+}  // namespace
 
 int32_t asf_read_info(MediaIo* io, MediaInfo* info) {
   if (!io || !info) return -1;

@@ -1,11 +1,12 @@
 // The media-info record that every reader fills, and the single entry that
 // opens a file and hands it to the reader for its kind.
 //
-// A MediaInfo belongs to one content object: the profile layer allocates it
-// zero-filled (media_mallocz), fills it once through media_read_info and keeps
-// it while the object lives; the caller serialises access to it. Readers never
-// clear the record: they write what they find on top of what is there. Nothing
-// here keeps state, so media_read_info may run on any thread.
+// A MediaInfo lives for the profiling of one file: the profile layer allocates
+// it zero-filled (media_mallocz), fills it once through media_read_info, lets
+// its rules read it, copies what the content tree keeps and frees it before
+// the file is published. Readers never clear the record: they write what they
+// find on top of what is there. Nothing here keeps state, so media_read_info
+// may run on any thread.
 #pragma once
 
 #include <cstddef>
