@@ -95,22 +95,12 @@ std::string folderAlbum(const DlnaEntry* folder) {
   return name;
 }
 
-// The kept record: the profiling result up to the title; group ids come later.
-std::unique_ptr<DlnaItemMedia> keptMedia(const DlnaMediaResult& result) {
+// The kept record: the profiling result without its tag texts, its texts moved
+// in; group ids come later.
+std::unique_ptr<DlnaItemMedia> keptMedia(DlnaMediaResult& result) {
   auto media = std::make_unique<DlnaItemMedia>();
-  media->mediaClass = result.mediaClass;
-  media->fileSize = result.fileSize;
-  media->bitrate = result.bitRate;
-  media->width = result.width;
-  media->height = result.height;
-  media->year = result.year;
-  media->month = result.month;
-  media->day = result.day;
-  media->track = result.track;
-  media->duration = result.duration;
-  media->profileName = result.profileName;
-  media->mime = result.mime ? result.mime : "";
-  media->title = result.title;
+  static_cast<DlnaMedia&>(*media) = std::move(result);
+  if (!media->mime) media->mime = "";
   return media;
 }
 

@@ -254,7 +254,7 @@ void dlnaFreeMetaLst(DlnaInfo* info) {
 std::string dlnaWriteProtocolInfo(int32_t mode, int32_t /*ignored*/, const DlnaEntry* entry) {
   if (!entry || !entry->media) return {};
   const DlnaItemMedia& media = *entry->media;
-  return dlnaProtocolInfoText(mode, media.profileName, media.mime.c_str(), media.mediaClass);
+  return dlnaProtocolInfoText(mode, media.profileName, media.mime, media.mediaClass);
 }
 
 const char* dlnaGetItemClassStr(const DlnaEntry* entry) {

@@ -13,23 +13,12 @@
 
 #include "content/dlna_info.h"
 #include "profile/dlna_types.h"
+#include "profile/profile.h"
 
-// The media record an item keeps: the profiling result up to its title, then
-// the ids of the groups the item was filed into (0: none) instead of its tag texts.
-struct DlnaItemMedia {
-  uint32_t mediaClass = 0;  // kDlnaClassAudio, kDlnaClassVideo or kDlnaClassImage
-  uint64_t fileSize = 0;
-  uint32_t bitrate = 0;
-  uint16_t width = 0;
-  uint16_t height = 0;
-  int32_t year = 0;
-  int32_t month = 0;
-  int32_t day = 0;
-  int32_t track = 0;
-  std::string duration;
-  const char* profileName = nullptr;  // borrowed from the profile table
-  std::string mime;
-  std::string title;
+// The media record an item keeps: the profiling result without its tag texts
+// (its MIME never null), and the ids of the groups the item was filed into
+// (0: none) instead.
+struct DlnaItemMedia : DlnaMedia {
   uint16_t artistId = 0;
   uint16_t genreId = 0;
   uint16_t albumId = 0;

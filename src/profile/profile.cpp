@@ -216,11 +216,12 @@ const DlnaProfile* dlnaParseMediaProfile(DlnaDecideFn decide, DlnaMediaResult* r
 void dlnaTansferMediaInfo(DlnaMediaResult* result, const MediaInfo* info) {
   if (!result || !info) return;
   result->fileSize = info->file_size;
-  result->bitRate = info->bit_rate;
+  result->bitrate = info->bit_rate;
   result->width = info->video_width ? info->video_width : static_cast<uint16_t>(info->width);
   result->height = info->video_height ? info->video_height : static_cast<uint16_t>(info->height);
   result->duration = durationText(info->duration);
-  result->year = static_cast<uint32_t>(info->year) - 1901u > 197u ? 0 : info->year;
+  result->year =
+      static_cast<int16_t>(static_cast<uint32_t>(info->year) - 1901u > 197u ? 0 : info->year);
   result->month = info->month;
   result->day = info->day;
   result->track = info->track;

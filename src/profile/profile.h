@@ -27,22 +27,28 @@ struct DlnaProfile {
   uint32_t mediaClass;
 };
 
-// The per-file result, handed to the library build and released with
-// dlnaFreeItemTmp. Texts are owned; the profile name and MIME are borrowed.
-struct DlnaMediaResult {
-  uint32_t mediaClass = 0;  // 0: not profiled
+// What profiling tells of a file and its item keeps for as long as it is
+// published. Texts are owned; the profile name and MIME are borrowed.
+struct DlnaMedia {
   uint64_t fileSize = 0;
-  uint32_t bitRate = 0;
-  uint16_t width = 0;
-  uint16_t height = 0;
-  int32_t year = 0;
+  const char* profileName = nullptr;
+  const char* mime = nullptr;
+  std::string duration;
+  std::string title;
+  uint32_t bitrate = 0;
   int32_t month = 0;
   int32_t day = 0;
   int32_t track = 0;
-  std::string duration;
-  const char* profileName = nullptr;
-  const char* mime = nullptr;
-  std::string title;
+  int16_t year = 0;  // 1902 to 2099, or 0
+  uint16_t width = 0;
+  uint16_t height = 0;
+  uint8_t mediaClass = 0;  // kDlnaClass*; 0: not profiled
+};
+
+// The per-file result, handed to the library build and released with
+// dlnaFreeItemTmp: the kept record and the tag texts the library files the
+// item under.
+struct DlnaMediaResult : DlnaMedia {
   std::string artist;
   std::string genre;
   std::string album;

@@ -33,8 +33,8 @@ bool wanted(const char* filter, const char* name) {
   return strcmp(filter, "*") == 0 || _dlnaFilterHasVal(filter, name) != 0;
 }
 
-bool contains(const std::string& text, const char* part) {
-  return text.find(part) != std::string::npos;
+bool contains(const char* text, const char* part) {
+  return strstr(text, part) != nullptr;
 }
 
 // A file-system name as UTF-8 for a title; the name itself when it does not convert.
@@ -182,7 +182,8 @@ void addResElements(TextBuffer* buffer, const DlnaEntry& entry, const char* filt
     closeRes(buffer, kNonDlna, entry.urlName);
   } else {
     const bool video = contains(media.mime, "video/x-msvideo") || contains(media.mime, "video");
-    std::string protocol = "http-get:*:" + media.mime + (video ? ":DLNA.ORG_OP=01" : ":*");
+    std::string protocol =
+        std::string("http-get:*:") + media.mime + (video ? ":DLNA.ORG_OP=01" : ":*");
     if (protocol.size() > kMaxProtocolText) protocol.resize(kMaxProtocolText);
     addPlainRes(buffer, entry, protocol.c_str(), filter);
   }
