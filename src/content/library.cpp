@@ -16,6 +16,7 @@
 #include "content/metadata.h"
 #include "content/notify.h"
 #include "content/state_var.h"
+#include "content/views.h"
 #include "platform/config.h"
 #include "platform/ctype.h"
 #include "platform/log.h"
@@ -285,37 +286,21 @@ int32_t _dlnaAddSub(DlnaInfo* info, const DlnaMediaResult* media, int32_t viewId
   }
   DlnaEntry* view = _dlnaGetDefCont(viewId);
   if (!view || !view->children) return -1;
-  int32_t type;
-  switch (mediaClass) {
-    case kDlnaClassAudio:
-      type = kDlnaContMusic;
-      break;
-    case kDlnaClassVideo:
-      type = kDlnaContVideo;
-      break;
-    case kDlnaClassImage:
-      type = kDlnaContPhoto;
-      break;
-    default:
-      return -1;
-  }
+  const DlnaViewKind kind = dlnaViewKind(viewId);
+  const int32_t type = dlnaGroupType(mediaClass, kind);
+  if (type < 0) return -1;
   std::string key;
-  switch (viewId % 10) {
-    case 1:
-      if (mediaClass == kDlnaClassAudio) type = kDlnaContMusicGenre;
-      if (mediaClass == kDlnaClassVideo) type = kDlnaContVideoGenre;
+  switch (kind) {
+    case DlnaViewKind::kGenre:
       key = media->genre;
       break;
-    case 2:
-      if (mediaClass == kDlnaClassAudio) type = kDlnaContMusicArtist;
+    case DlnaViewKind::kArtist:
       key = media->artist;
       break;
-    case 3:
-      if (mediaClass == kDlnaClassAudio) type = kDlnaContMusicAlbum;
-      if (mediaClass == kDlnaClassImage) type = kDlnaContPhotoAlbum;
+    case DlnaViewKind::kAlbum:
       key = media->album;
       break;
-    case 4:
+    case DlnaViewKind::kYear:
       key = std::to_string(media->year);
       break;
     default:

@@ -1,5 +1,6 @@
 // The object store; see metadata.h.
 #include "content/metadata.h"
+#include "content/views.h"
 
 #include <cstdio>
 #include <mutex>
@@ -31,17 +32,17 @@ void forgetDefCont(const DlnaEntry* entry) {
 DlnaEntry* findGroup(DlnaEntry* view, const DlnaItemMedia& media, int32_t viewId) {
   int32_t groupId = 0;
   char year[32] = {};
-  switch (viewId % 10) {
-    case 1:
+  switch (dlnaViewKind(viewId)) {
+    case DlnaViewKind::kGenre:
       groupId = media.genreId;
       break;
-    case 2:
+    case DlnaViewKind::kArtist:
       groupId = media.artistId;
       break;
-    case 3:
+    case DlnaViewKind::kAlbum:
       groupId = media.albumId;
       break;
-    case 4:
+    case DlnaViewKind::kYear:
       snprintf(year, sizeof year, "%d", media.year);
       break;
     default:
@@ -259,14 +260,6 @@ std::string dlnaWriteProtocolInfo(int32_t mode, int32_t /*ignored*/, const DlnaE
 
 const char* dlnaGetItemClassStr(const DlnaEntry* entry) {
   if (!entry || !entry->media) return nullptr;
-  switch (entry->media->mediaClass) {
-    case kDlnaClassAudio:
-      return "object.item.audioItem.musicTrack";
-    case kDlnaClassVideo:
-      return "object.item.videoItem";
-    case kDlnaClassImage:
-      return "object.item.imageItem.photo";
-    default:
-      return nullptr;
-  }
+  const DlnaItemClassRow* row = dlnaItemClass(entry->media->mediaClass);
+  return row ? row->didlClass : nullptr;
 }

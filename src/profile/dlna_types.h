@@ -7,6 +7,7 @@
 inline constexpr uint32_t kDlnaClassAudio = 1;
 inline constexpr uint32_t kDlnaClassVideo = 2;
 inline constexpr uint32_t kDlnaClassImage = 3;
+inline constexpr uint32_t kDlnaClassPlaylist = 4;  // matched by Search; no file is one
 
 // Container types; they choose the class a container is published with.
 inline constexpr int32_t kDlnaContPlain = 0;        // root, "Music", "Folder"

@@ -13,6 +13,7 @@
 
 #include "content/metadata.h"
 #include "content/state_var.h"
+#include "content/views.h"
 #include "platform/alloc.h"
 #include "platform/log.h"
 #include "profile/profile.h"
@@ -53,30 +54,18 @@ void addCount(DlnaActionCtx* ctx, const char* name, long long value) {
   dlnaUpnpAddRes(ctx, name, text);
 }
 
-// The media class of the items an all-items view (ids 10, 20, 30) lists.
-uint32_t allViewClass(int32_t type) {
-  constexpr uint32_t kClass[] = {1, 0, 0, 0, 2, 0, 3};
-  return type >= 1 && type <= 7 ? kClass[type - 1] : 0;
-}
-
-// The media class of the items a group container (types 1 to 8) lists.
-uint32_t groupClass(int32_t type) {
-  constexpr uint32_t kClass[] = {1, 1, 1, 1, 2, 2, 3, 3};
-  return type >= 1 && type <= 8 ? kClass[type - 1] : 0;
-}
-
 // -1 when the group's view is of no known kind, else 1 when the item is filed in it.
 int groupHasItem(const DlnaEntry& group, const DlnaItemMedia& media) {
-  const int32_t viewKind = group.parent ? group.parent->id % 10 : -1;
-  switch (viewKind) {
-    case 1:
+  if (!group.parent) return -1;
+  switch (dlnaViewKind(group.parent->id)) {
+    case DlnaViewKind::kGenre:
       return static_cast<int16_t>(media.genreId) == static_cast<int16_t>(group.id);
-    case 2:
+    case DlnaViewKind::kArtist:
       return static_cast<int16_t>(media.artistId) == static_cast<int16_t>(group.id);
-    case 3:
+    case DlnaViewKind::kAlbum:
       return media.albumId != 0 &&
              static_cast<int16_t>(media.albumId) == static_cast<int16_t>(group.id);
-    case 4:
+    case DlnaViewKind::kYear:
       return std::to_string(media.year) == group.title;
     default:
       return -1;
@@ -87,9 +76,9 @@ int groupHasItem(const DlnaEntry& group, const DlnaItemMedia& media) {
 // up to `count` (0: no limit); -1 for a group of unknown kind.
 int writeViewItems(TextBuffer* buffer, uint32_t start, uint32_t count, DlnaEntry* container,
                    const char* filter, const std::string& idText) {
-  const int32_t type = container->children->type;
+  const DlnaContainerTypeRow& type = dlnaContainerType(container->children->type);
   const bool allView = container->id < kDlnaFirstId;
-  const uint32_t mediaClass = allView ? allViewClass(type) : groupClass(type);
+  const uint32_t mediaClass = allView ? type.allClass : type.groupClass;
   uint32_t seen = 0;
   int written = 0;
   for (auto& node : g_tDlnaInfo.items) {
@@ -129,35 +118,10 @@ int writeChildren(TextBuffer* buffer, uint32_t start, uint32_t count, DlnaEntry*
 
 const char* searchClass(const DlnaEntry& entry) {
   if (entry.media) {
-    switch (entry.media->mediaClass) {
-      case 1:
-        return "object.item.audioItem.musicTrack";
-      case 2:
-        return "object.item.videoItem.movie";
-      case 3:
-        return "object.item.imageItem.photo";
-      case 4:
-        return "object.item.playlistItem";
-      default:
-        return "object.item";
-    }
+    const DlnaItemClassRow* row = dlnaItemClass(entry.media->mediaClass);
+    return row ? row->searchClass : "object.item";
   }
-  switch (entry.children ? entry.children->type : -1) {
-    case 2:
-      return "object.container.genre.musicGenre";
-    case 3:
-      return "object.container.person.musicArtist";
-    case 4:
-      return "object.container.Album.musicAlbum";
-    case 6:
-      return "object.container.genre.movieGenre";
-    case 8:
-      return "object.container.Album.photoAlbum";
-    case 10:  // folders are type 9, so Search never calls them storageFolder
-      return "object.container.storageFolder";
-    default:
-      return "object.container";
-  }
+  return dlnaContainerType(entry.children ? entry.children->type : -1).searchClass;
 }
 
 bool startsWith(const char* text, const char* prefix) {
@@ -344,7 +308,7 @@ int _cdsBrowseChild(DlnaActionCtx* ctx, TextBuffer* buffer, uint32_t start, uint
   int written;
   const int32_t id = container->id;
   if (id < kDlnaFirstId) {
-    if (id == 0 || id % 10 != 0)
+    if (id == 0 || dlnaViewKind(id) != DlnaViewKind::kAll)
       written = writeChildren(buffer, start, count, container, filter, idText, false);
     else
       written = writeViewItems(buffer, start, count, container, filter, idText);

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "content/metadata.h"
+#include "content/views.h"
 #include "platform/alloc.h"
 #include "platform/ctype.h"
 #include "platform/decimal.h"
@@ -42,25 +43,6 @@ std::string displayName(const std::string& name) {
   std::string out;
   if (ctypeConvertStr(kCtypeDetect, kCtypeUtf8, name, out)) return out;
   return name;
-}
-
-const char* containerClass(int32_t type) {
-  switch (type) {
-    case kDlnaContMusicGenre:
-      return "object.container.genre.musicGenre";
-    case kDlnaContMusicArtist:
-      return "object.container.person.musicArtist";
-    case kDlnaContMusicAlbum:
-      return "object.container.Album.musicAlbum";
-    case kDlnaContVideoGenre:
-      return "object.container.genre.movieGenre";
-    case kDlnaContPhotoAlbum:
-      return "object.container.Album.photoAlbum";
-    case kDlnaContFolder:
-      return "object.container.storageFolder";
-    default:
-      return "object.container";
-  }
 }
 
 void addParentId(TextBuffer* buffer, const char* id) {
@@ -336,7 +318,7 @@ void _dlnaDidlAddContainer(TextBuffer* buffer, DlnaEntry* entry, const char* id,
   buffer->append(">");
   const std::string title = type == kDlnaContFolder ? displayName(entry->title) : entry->title;
   _dlnaDidlAddTag(buffer, "dc:title", title.c_str());
-  _dlnaDidlAddTag(buffer, "upnp:class", containerClass(type));
+  _dlnaDidlAddTag(buffer, "upnp:class", dlnaContainerType(type).didlClass);
   buffer->append("</container>");
 }
 
