@@ -67,7 +67,7 @@ void _dlnaAddFolder(const char* path, size_t skip, DlnaEntry* folder) {
   Match match;
   {
     std::shared_lock lock(info->lock);
-    if (!folder) folder = _dlnaGetDefCont(kDlnaIdFolder);
+    if (!folder) folder = _dlnaGetDefCont(info, kDlnaIdFolder);
     if (!folder || !folder->children || strlen(path) < skip) return;
     std::tie(child, match) = matchChild(folder, path + skip);
   }
@@ -98,15 +98,16 @@ void dlnaDelFolder(const char* path) {
 }
 
 void _dlnaDelFolder(const char* path, DlnaEntry* folder) {
+  DlnaInfo* info = &g_tDlnaInfo;
   if (!path) return;
-  if (!folder) folder = _dlnaGetDefCont(kDlnaIdFolder);
+  if (!folder) folder = _dlnaGetDefCont(info, kDlnaIdFolder);
   if (!folder || !folder->children) return;
   const size_t pathLen = strlen(path);
   for (auto& [id, child] : folder->children->nodes) {
     const size_t n = child->title.size();
     if (n > pathLen) continue;
     if (n == pathLen && child->title == path) {
-      dlnaFreeEntry(&g_tDlnaInfo, child);
+      dlnaFreeEntry(info, child);
       return;
     }
     if (n < pathLen && strncmp(path, child->title.c_str(), n) == 0) {

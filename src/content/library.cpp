@@ -75,7 +75,7 @@ void createDefaultContainers(DlnaInfo* info) {
   for (const DefaultContainer& row : kDefaultContainers) {
     DlnaEntry* parent = nullptr;
     if (row.parent >= 0) {
-      parent = row.parent == kDlnaIdRoot ? info->root : _dlnaGetDefCont(row.parent);
+      parent = row.parent == kDlnaIdRoot ? info->root : _dlnaGetDefCont(info, row.parent);
       if (!parent) continue;
     }
     DlnaEntry* container = dlnaNewContainer(info, row.title, parent, row.id, row.type);
@@ -109,7 +109,7 @@ std::unique_ptr<DlnaItemMedia> keptMedia(DlnaMediaResult& result) {
 void fileIntoViews(DlnaInfo* info, const DlnaMediaResult& result, DlnaItemMedia& media) {
   const DlnaClassViews* views = dlnaGetClassViews(result.mediaClass);
   if (!views) return;
-  if (DlnaEntry* all = _dlnaGetDefCont(views->allId)) ++all->childCount;
+  if (DlnaEntry* all = _dlnaGetDefCont(info, views->allId)) ++all->childCount;
   for (int32_t viewId : views->views) {
     if (viewId == 0) break;
     int32_t group = _dlnaAddSub(info, &result, viewId, result.mediaClass);
@@ -190,7 +190,7 @@ void dlnaBuildMetaLst(DlnaInfo* info) {
   DlnaEntry* folderRoot;
   {
     std::shared_lock lock(info->lock);
-    folderRoot = _dlnaGetDefCont(kDlnaIdFolder);
+    folderRoot = _dlnaGetDefCont(info, kDlnaIdFolder);
   }
   const std::string list = gtDmsCfg.szContentLst;
   size_t begin = 0;
@@ -284,7 +284,7 @@ int32_t _dlnaAddSub(DlnaInfo* info, const DlnaMediaResult* media, int32_t viewId
     DMS_LOG(kLogEvent, "add sub failed as error");
     return -1;
   }
-  DlnaEntry* view = _dlnaGetDefCont(viewId);
+  DlnaEntry* view = _dlnaGetDefCont(info, viewId);
   if (!view || !view->children) return -1;
   const DlnaViewKind kind = dlnaViewKind(viewId);
   const int32_t type = dlnaGroupType(mediaClass, kind);

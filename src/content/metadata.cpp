@@ -23,11 +23,6 @@ bool unlinkFromParent(DlnaEntry* entry) {
   return true;
 }
 
-void forgetDefCont(const DlnaEntry* entry) {
-  int row = _dlnaFindIndex(entry->id);
-  if (row >= 0 && g_szDefCont[row].container == entry) g_szDefCont[row].container = nullptr;
-}
-
 // The view's group that `item` was filed into, or null.
 DlnaEntry* findGroup(DlnaEntry* view, const DlnaItemMedia& media, int32_t viewId) {
   int32_t groupId = 0;
@@ -57,18 +52,17 @@ DlnaEntry* findGroup(DlnaEntry* view, const DlnaItemMedia& media, int32_t viewId
 }
 
 void deleteEntry(DlnaEntry* entry) {
-  forgetDefCont(entry);
   delete entry;
 }
 
 }  // namespace
 
-DlnaDefCont g_szDefCont[15] = {
-    {kDlnaIdMusic, nullptr},       {kDlnaIdAllMusic, nullptr},   {kDlnaIdMusicGenre, nullptr},
-    {kDlnaIdMusicArtist, nullptr}, {kDlnaIdMusicAlbum, nullptr}, {kDlnaIdMusicYear, nullptr},
-    {kDlnaIdVideo, nullptr},       {kDlnaIdAllVideo, nullptr},   {kDlnaIdVideoYear, nullptr},
-    {kDlnaIdPhoto, nullptr},       {kDlnaIdAllPhoto, nullptr},   {kDlnaIdPhotoAlbum, nullptr},
-    {kDlnaIdPhotoYear, nullptr},   {kDlnaIdFolder, nullptr},     {-1, nullptr},
+const DlnaDefCont g_szDefCont[15] = {
+    {kDlnaIdMusic},       {kDlnaIdAllMusic},   {kDlnaIdMusicGenre},
+    {kDlnaIdMusicArtist}, {kDlnaIdMusicAlbum}, {kDlnaIdMusicYear},
+    {kDlnaIdVideo},       {kDlnaIdAllVideo},   {kDlnaIdVideoYear},
+    {kDlnaIdPhoto},       {kDlnaIdAllPhoto},   {kDlnaIdPhotoAlbum},
+    {kDlnaIdPhotoYear},   {kDlnaIdFolder},     {-1},
 };
 
 int _dlnaFindIndex(int32_t id) {
@@ -77,9 +71,10 @@ int _dlnaFindIndex(int32_t id) {
   return -1;
 }
 
-DlnaEntry* _dlnaGetDefCont(int32_t id) {
-  int row = _dlnaFindIndex(id);
-  return row < 0 ? nullptr : g_szDefCont[row].container;
+DlnaEntry* _dlnaGetDefCont(DlnaInfo* info, int32_t id) {
+  if (!info || !info->index || _dlnaFindIndex(id) < 0) return nullptr;
+  auto found = info->index->find(id);
+  return found == info->index->end() ? nullptr : found->second;
 }
 
 DlnaEntry* dlnaNewContainer(DlnaInfo* info, const char* name, DlnaEntry* parent, int32_t id,
@@ -131,9 +126,8 @@ void dlnaAdd2Parents(DlnaInfo* info, DlnaEntry* parent, DlnaEntry* child) {
 }
 
 void _dlnaHdlDefCont(DlnaInfo* info, DlnaEntry* parent, DlnaEntry* container, int32_t id) {
+  (void)id;  // the tree's index finds it by its own id
   dlnaAdd2Parents(info, parent, container);
-  int row = _dlnaFindIndex(id);
-  if (row >= 0) g_szDefCont[row].container = container;
 }
 
 DlnaEntry* dlnaGetEntry(DlnaInfo* info, int32_t id) {
@@ -171,7 +165,7 @@ void dlnaRmvFrmParent(DlnaInfo* info, DlnaEntry* item) {
   unlinkFromParent(item);
   const DlnaClassViews* views = dlnaGetClassViews(item->media->mediaClass);
   if (!views) return;
-  DlnaEntry* all = _dlnaGetDefCont(views->allId);
+  DlnaEntry* all = _dlnaGetDefCont(info, views->allId);
   if (!all) return;
   --all->childCount;
   --(info->*views->count);
@@ -181,7 +175,7 @@ void dlnaRmvFrmParent(DlnaInfo* info, DlnaEntry* item) {
 
 void _dlnaRmvFrmParent(DlnaInfo* info, DlnaEntry* item, int32_t viewId) {
   if (!info || !item || !item->media) return;
-  DlnaEntry* view = _dlnaGetDefCont(viewId);
+  DlnaEntry* view = _dlnaGetDefCont(info, viewId);
   if (!view || !view->children) return;
   DlnaEntry* group = findGroup(view, *item->media, viewId);
   if (group && --group->childCount == 0) _dlnaFreeEntry(info, group);

@@ -78,18 +78,18 @@ const DlnaClassViews* dlnaGetClassViews(uint32_t mediaClass);
 
 struct DlnaDefCont {
   int32_t id;
-  DlnaEntry* container;
 };
 
-// The default containers in creation order, closed by id -1. Rows point at the
-// live tree's containers (null until created).
-extern DlnaDefCont g_szDefCont[15];
+// The ids of the default containers in creation order, closed by id -1.
+extern const DlnaDefCont g_szDefCont[15];
 
 // Row of `id` in g_szDefCont, or -1.
 int _dlnaFindIndex(int32_t id);
 
-// The default container with `id`, or null.
-DlnaEntry* _dlnaGetDefCont(int32_t id);
+// The default container with `id` in the tree of `info`, or null: each tree,
+// the live one or one being built beside it, answers for its own. The caller
+// holds the tree's lock.
+DlnaEntry* _dlnaGetDefCont(DlnaInfo* info, int32_t id);
 
 // A new unlinked container (copy of name, url name = id in decimal, empty child
 // list of `type`); bumps the id counter and the container count. Null when name
@@ -100,7 +100,7 @@ DlnaEntry* dlnaNewContainer(DlnaInfo* info, const char* name, DlnaEntry* parent,
 // Links child under parent and into the id index.
 void dlnaAdd2Parents(DlnaInfo* info, DlnaEntry* parent, DlnaEntry* child);
 
-// dlnaAdd2Parents, then records the container in the default-container table.
+// Links a default container; the tree's index finds it again by its id.
 void _dlnaHdlDefCont(DlnaInfo* info, DlnaEntry* parent, DlnaEntry* container, int32_t id);
 
 // The object with `id` (0: the root), or null.

@@ -170,13 +170,14 @@ TEST_F(ObjectStore, FreeingTheRootResetsTheStoreAndForgetsOnlyItsOwnContainers) 
   EXPECT_EQ(info.index, nullptr);
   EXPECT_EQ(info.musicCount + info.photoCount + info.videoCount + info.containerCount, 0);
   for (auto [id, parentId] : kTestDefaultTree)
-    EXPECT_EQ(_dlnaGetDefCont(id), id == kDlnaIdFolder ? nextFolder : nullptr) << id;
+    EXPECT_EQ(_dlnaGetDefCont(&next, id), id == kDlnaIdFolder ? nextFolder : nullptr) << id;
   dlnaFreeMetaLst(&info);
   EXPECT_EQ(info.built, 0);
   EXPECT_EQ(info.nextId, kDlnaFirstId);
   EXPECT_EQ(dlnaGetEntry(&info, kDlnaIdFolder), nullptr);
+  EXPECT_EQ(_dlnaGetDefCont(&info, kDlnaIdFolder), nullptr);
   dlnaFreeMetaLst(&next);
-  EXPECT_EQ(_dlnaGetDefCont(kDlnaIdFolder), nullptr);
+  EXPECT_EQ(_dlnaGetDefCont(&next, kDlnaIdFolder), nullptr);
 }
 
 }  // namespace

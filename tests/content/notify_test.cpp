@@ -117,7 +117,7 @@ TEST_F(Notify, OverflowRebuildsTheWholeTreeAndSwapsItIn) {
   EXPECT_LT(child(rebuilt, "added")->id, child(rebuilt, "song")->id);
   EXPECT_EQ(g_tDlnaInfo.musicCount, 3);
   EXPECT_EQ(g_tDlnaInfo.photoCount, 1);
-  EXPECT_EQ(_dlnaGetDefCont(kDlnaIdFolder), entry(kDlnaIdFolder));
+  EXPECT_EQ(_dlnaGetDefCont(&g_tDlnaInfo, kDlnaIdFolder), entry(kDlnaIdFolder));
   // The copy got a descriptor of its own; the pipe went with the old tree.
   EXPECT_GE(g_tDlnaInfo.notifyFd, 0);
   EXPECT_NE(g_tDlnaInfo.notifyFd, pipeFd);

@@ -135,7 +135,7 @@ TEST_F(ServerStart, StopUndoesTheStartFreesTheTreeAndDisarmsTheRescan) {
   EXPECT_EQ(info->root, nullptr);
   EXPECT_EQ(info->nextId, kDlnaFirstId);
   EXPECT_EQ(info->deviceHandle, -1);
-  EXPECT_EQ(_dlnaGetDefCont(kDlnaIdMusic), nullptr);
+  EXPECT_EQ(_dlnaGetDefCont(info, kDlnaIdMusic), nullptr);
   ASSERT_NE(info->index, nullptr);
   EXPECT_TRUE(info->index->empty());
   EXPECT_FALSE(dlnaGetVarValue(kCdsServiceId, "SystemUpdateID"));
