@@ -166,26 +166,6 @@ class Stream : public testing::Test {
   std::map<std::string, Item> items_;  // by file name without extension
 };
 
-TEST_F(Stream, EveryUrlFormServesTheSameBytes) {
-  const std::string song = readAll(share_ + "/song.mp3");
-  ASSERT_EQ(items_["song"].url.rfind(std::string(kMedia) + "/web/", 0), 0u) << items_["song"].url;
-  for (const std::string& url : {items_["song"].url, kMedia + ("/web" + idPath("song")),
-                                 kMedia + ("/anything" + idPath("song") + ".avi")}) {
-    e2e::HttpResponse r = curl(url);
-    EXPECT_EQ(r.status, 200) << url;
-    EXPECT_TRUE(r.body == song) << url << " gave " << r.body.size() << " bytes";
-    EXPECT_EQ(r.header("Content-Type").value_or(""), "audio/mpeg");
-  }
-  e2e::HttpResponse head = curl(items_["song"].url, {}, "HEAD");
-  EXPECT_EQ(head.status, 200);
-  EXPECT_EQ(head.header("Content-Length").value_or(""), std::to_string(song.size()));
-  EXPECT_TRUE(head.body.empty());
-
-  e2e::HttpResponse index = curl(std::string(kMedia) + "/web/index.html");
-  EXPECT_EQ(index.body, "  ");
-  EXPECT_EQ(index.header("Content-Type").value_or(""), "text/html");
-}
-
 TEST_F(Stream, RangesAndTransportHeaders) {
   const std::string clip = readAll(share_ + "/clip.avi");
   const std::string size = std::to_string(clip.size());

@@ -169,40 +169,6 @@ TEST_F(HttpFiles, MediaUrlsNameTheFileOnDisk) {
   EXPECT_EQ(_dlnaHttpOpen(url("clip.avi").c_str(), 0), nullptr);
 }
 
-TEST_F(HttpFiles, ThumbnailsComeFromTheFileOrTheDefaults) {
-  struct Case {
-    std::string target;
-    uint32_t kind;
-    const char* defaultPath;
-  } cases[] = {
-      {url("Music/song.mp3", "/web/tn/music/"), 1, nullptr},
-      {url("Photos/photo.jpg", "/web/tn/image/"), 1, nullptr},
-      {url("Music/plain.mp3", "/web/tn/music/"), 0, "/defaults/audio.jpg"},
-      {url("Photos/picture.png", "/web/tn/image/"), 0, "/defaults/image.jpg"},
-      {url("clip.avi", "/web/tn/video/"), 0, "/defaults/video.jpg"},
-  };
-  for (const Case& c : cases) {
-    DlnaReqFileInfo info;
-    ASSERT_EQ(parseFileInfo(c.target.c_str(), &info), 0);
-    MediaThumbnail thumb = {};
-    int32_t kind = strstr(c.target.c_str(), "music")   ? 1
-                   : strstr(c.target.c_str(), "video") ? 2
-                                                       : 3;
-    ASSERT_EQ(mediaGetTn(info.path, kind, &thumb), 0) << c.target;
-    EXPECT_EQ(thumb.kind, c.kind) << c.target;
-    if (c.defaultPath) {
-      EXPECT_STREQ(static_cast<char*>(thumb.data), c.defaultPath);
-    } else {
-      EXPECT_GT(thumb.size, 0u);
-    }
-    RetUB(thumb.data);
-    RetUB(info.path);
-  }
-  MediaThumbnail thumb = {};
-  EXPECT_EQ(mediaGetTn((root_ + "/clip.avi").c_str(), -1, &thumb), -1);  // no kind, no picture
-  EXPECT_EQ(_dlnaHttpOpen(url("clip.avi", "/web/tn/").c_str(), 0), nullptr);
-}
-
 TEST(HttpMemoryFile, SeeksUpToItsSizeAndNoFurther) {
   auto* file = _dlnaGetFileMem("/web/index.html", "  ", 2);
   ASSERT_NE(file, nullptr);

@@ -89,52 +89,6 @@ std::unique_ptr<MediaInfo> readMkv(const Bytes& bytes, int32_t* result) {
   return info;
 }
 
-// Durations no count of microseconds can hold are unknown, not garbage.
-TEST(MatroskaReader, DurationOutOfRangeIsUnknown) {
-  const struct {
-    double duration;
-    int64_t us;
-  } cases[] = {{2.5, 2500}, {-5.0, 0}, {NAN, 0}, {INFINITY, 0}, {1e300, 0}, {1e16, 0}};
-  for (const auto& c : cases) {
-    Mkv mkv;
-    mkv.info = cat({uintEl(0x2AD7B1, 1000000), floatEl(0x4489, c.duration)});
-    int32_t rc = -9;
-    EXPECT_EQ(readMkv(mkv.bytes(), &rc)->duration, c.us) << c.duration;
-    EXPECT_EQ(rc, 0);
-  }
-}
-
-TEST(MatroskaReader, CodecNamesMatchByPrefix) {
-  const struct {
-    uint32_t kind;
-    const char* name;
-    uint32_t codec;
-  } cases[] = {
-      {1, "V_MPEG4/ISO/AVC", kMediaCodecH264},
-      {1, "V_MPEG4/ISO/ASP", kMediaCodecMpeg4},
-      {1, "V_MPEG2", kMediaCodecMpeg2Video},
-      {1, "V_VP8", kMediaCodecNone},
-      {2, "A_AAC/MPEG4/LC/SBR", kMediaCodecAac},
-      {2, "A_AC3/BSID9", kMediaCodecAc3},
-      {2, "A_EAC3", 0x1502b},
-      {2, "A_MPEG/L3", kMediaCodecMp3},
-      {2, "A_MPEG/L1", kMediaCodecMp2},
-      {2, "A_PCM/INT/LIT", kMediaCodecPcmS16Le},
-      {2, "A_DTS", kMediaCodecDts},
-      {2, "A_OPUS", kMediaCodecNone},
-  };
-  for (const auto& c : cases) {
-    Mkv mkv;
-    mkv.tracks = track({uintEl(kTrackType, c.kind, 1), strEl(kCodecId, c.name)});
-    int32_t rc = -9;
-    auto info = readMkv(mkv.bytes(), &rc);
-    ASSERT_EQ(rc, 0) << c.name;
-    EXPECT_EQ(c.kind == 1 ? info->video_codec : info->audio_codec, c.codec) << c.name;
-    // Both flags are set whatever the file holds.
-    EXPECT_EQ(info->has_video + info->has_audio, 2) << c.name;
-  }
-}
-
 TEST(MatroskaReader, RefusedFilesSayWhy) {
   const auto make = [](auto change) {
     Mkv mkv;

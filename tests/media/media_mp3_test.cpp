@@ -57,11 +57,6 @@ constexpr uint32_t kMpeg25Mono8k = 0xffe310c4;     // 11025 Hz, 52-byte frames
 
 const std::string kCbrAudio = frames(kMpeg1Stereo128k, 417, 4);
 
-// `first` with `header_bytes` written at `at`.
-std::string patched(std::string first, size_t at, const std::string& header_bytes) {
-  return first.replace(at, header_bytes.size(), header_bytes);
-}
-
 class Mp3 : public testing::Test {
  protected:
   static void SetUpTestSuite() { ctypeInit(1, kCtypeDetect); }
@@ -159,33 +154,6 @@ TEST_F(Mp3, Id3v2TextFrames) {
   }
 }
 
-TEST_F(Mp3, FrameCountsGiveDuration) {
-  auto xing = [](const char* tag, uint32_t count) { return tag + big(1, 4) + big(count, 4); };
-  const std::string vbri = "VBRI" + big(1, 2) + big(0, 4) + big(0, 4) + big(500, 4);
-  const struct {
-    const char* name;
-    std::string file;
-    uint32_t file_size;
-    int64_t duration;
-    uint32_t bit_rate;  // bytes per second from a second on
-  } cases[] = {
-      {"xing", patched(frames(kMpeg1Stereo128k, 417), 36, xing("Xing", 1000)) + kCbrAudio, 0,
-       26122448, 5 * 417 / 26},
-      {"info, lsf mono", patched(frames(kMpeg2Mono64k, 208), 13, xing("Info", 1000)), 0, 52244897,
-       208 / 52},
-      {"vbri", patched(frames(kMpeg1Stereo128k, 417), 36, vbri), 0, 13061224, 417 / 13},
-      {"short frames walked", frames(kMpeg25Mono8k, 52, 10), 0, 1044897, 520},
-      {"free format ends the walk", frames(0xfffb0044, 600), 0, 52244, 0},
-      // 600 MiB: bytes * 8 and seconds * 10^6 both wrap at 32 bits.
-      {"cbr wraps", kCbrAudio, 600u << 20, 1472032704, (600u << 20) / 1472},
-  };
-  for (const auto& c : cases) {
-    ASSERT_EQ(readBytes(c.file, c.file_size), 0) << c.name;
-    EXPECT_EQ(info_->duration, c.duration) << c.name;
-    EXPECT_EQ(info_->bit_rate, c.bit_rate) << c.name;
-  }
-}
-
 TEST_F(Mp3, Rejections) {
   const struct {
     const char* name;
@@ -203,43 +171,6 @@ TEST_F(Mp3, Rejections) {
   // Tag texts read before a failure stay.
   ASSERT_EQ(readBytes(std::string(300, '\0') + id3v1("Kept", 8)), -1);
   EXPECT_EQ(tags(), "Kept|Jazz|0-0-0|0");
-}
-
-TEST_F(Mp3, AlbumArt) {
-  auto apic = [](const std::string& data) { return id3Tag(3, 0, id3Frame(3, "APIC", data)); };
-  const struct {
-    const char* name;
-    std::string file;
-    int32_t result;
-    const char* mime;
-    std::string picture;
-  } cases[] = {
-      // A wide description ends at two zero bytes; the picture starts after the first.
-      {"wide description", apic("\1image/png\0\3A\0B\0\0\0PNG"s), 0, "image/png", "\0\0PNG"s},
-      {"last picture wins",
-       id3Tag(3, 0,
-              id3Frame(3, "APIC", "\0image/jpeg\0\3\0ONE"s) +
-                  id3Frame(3, "APIC", "\0image/gif\0\3\0TWO"s)),
-       0, "image/gif", "TWO"},
-      {"empty picture", apic("\0image/png\0\3d\0"s), 0, "", ""},
-      {"no ID3v2", kCbrAudio, 0, "", ""},
-      {"good then bad",
-       id3Tag(3, 0, id3Frame(3, "APIC", "\0image/gif\0\3\0ONE"s) + id3Frame(3, "APIC", "\0x"s)), -1,
-       "", ""},
-  };
-  for (const auto& c : cases) {
-    MediaThumbnail thumb{};
-    EXPECT_EQ(mp3GetAlbumArt(write(c.file).c_str(), &thumb), c.result) << c.name;
-    std::unique_ptr<void, decltype(&RetUB)> owned(thumb.data, RetUB);
-    EXPECT_STREQ(thumb.mime, c.mime) << c.name;
-    EXPECT_EQ(std::string(static_cast<const char*>(thumb.data ? thumb.data : ""), thumb.size),
-              c.picture)
-        << c.name;
-  }
-  MediaThumbnail thumb{};
-  const std::string log = reader_test::logOf(
-      kLogEvent, [&] { EXPECT_EQ(mp3GetAlbumArt((path_ + ".absent.mp3").c_str(), &thumb), -1); });
-  EXPECT_NE(log.find("absent.mp3\" fail"), std::string::npos);
 }
 
 }  // namespace

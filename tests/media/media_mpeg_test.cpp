@@ -82,13 +82,6 @@ struct TsWriter {
   }
 };
 
-// An MPEG-2 pack header followed by one PES packet.
-Bytes psPack(const Bytes& pes) {
-  Bytes p = {0, 0, 1, 0xBA, 0x44, 0, 4, 0, 4, 1, 0x01, 0x89, 0xC3, 0xF8};
-  p.insert(p.end(), pes.begin(), pes.end());
-  return p;
-}
-
 Bytes mp2Frame() {  // MPEG-1 layer 2, 48 kHz, 128 kbit/s, stereo: 384 bytes
   Bytes f(384, 0);
   f[0] = 0xFF, f[1] = 0xFD, f[2] = 0x84, f[3] = 0x00;
@@ -181,38 +174,6 @@ TEST(MpegReader, StreamTypesAndDescriptors) {
     ReadResult r = readBytes(ts.out);
     EXPECT_EQ(r.info->has_audio, sid == 0xC0);
     EXPECT_EQ(r.info->audio_codec, sid == 0xC0 ? kMediaCodecMp2 : 0u);
-  }
-}
-
-TEST(MpegReader, PrivateStreamOneAudio) {
-  Bytes ac3 = {0x80, 1, 0, 1, 0x0B, 0x77, 0, 0, 0x1C, 0x40, 0xE1, 0};  // 384k, 3/2 + LFE
-  ac3.resize(200, 0);
-  Bytes lpcm = {0xA0, 1, 0, 4, 0x00, 0x95, 0x80};  // 24-bit, 96 kHz, 6 channels
-  lpcm.resize(200, 0);
-  const struct {
-    const Bytes& payload;
-    uint32_t codec, rate, bit_rate;
-    uint16_t channels;
-  } cases[] = {
-      {ac3, kMediaCodecAc3, 48000, 384000, 6},
-      {lpcm, kMediaCodecPcmDvd, 96000, 96000 * 6 * 24, 6},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.codec);
-    Bytes ps = psPack(pesPacket(0xBD, 90000, {0x20, 0, 0, 0}));  // a subtitle comes first
-    for (uint64_t pts : {90000, 180000}) {
-      Bytes pack = psPack(pesPacket(0xBD, pts, c.payload));
-      ps.insert(ps.end(), pack.begin(), pack.end());
-    }
-    ReadResult r = readBytes(ps);
-    ASSERT_EQ(r.rc, 0);
-    EXPECT_STREQ(r.info->format, "mpeg");
-    EXPECT_FALSE(r.info->has_video);
-    EXPECT_EQ(r.info->audio_codec, c.codec);
-    EXPECT_EQ(r.info->sample_rate, c.rate);
-    EXPECT_EQ(r.info->channels, c.channels);
-    EXPECT_EQ(r.info->audio_bit_rate, c.bit_rate);
-    EXPECT_EQ(r.info->duration, 1000000);
   }
 }
 

@@ -110,36 +110,6 @@ class Library : public testing::Test {
   std::string root_;
 };
 
-TEST_F(Library, EmptyContentListGivesTheFifteenDefaultContainers) {
-  build("");
-  EXPECT_EQ(g_tDlnaInfo.nextId - kDlnaFirstId, 15);
-  EXPECT_EQ(g_tDlnaInfo.containerCount, 15);
-  auto meta = browse("0", "BrowseMetadata");
-  EXPECT_EQ(meta["NumberReturned"], "1");
-  EXPECT_EQ(meta["TotalMatches"], "1");
-  EXPECT_EQ(meta["UpdateID"], "0");
-  EXPECT_NE(meta["Result"].find("<container id=\"0\" parentID=\"-1\" restricted=\"1\""),
-            std::string::npos);
-  std::vector<std::string> ids, titles;
-  for (auto& o : children("0")) ids.push_back(o.id), titles.push_back(o.title);
-  EXPECT_EQ(ids, (std::vector<std::string>{"0$1", "0$2", "0$3", "0$4"}));
-  EXPECT_EQ(titles, (std::vector<std::string>{"Music", "Video", "Photo", "Folder"}));
-  auto music = children("0$1");
-  ASSERT_EQ(music.size(), 5u);
-  EXPECT_NE(music[1].xml.find("object.container.genre.musicGenre"), std::string::npos);
-  // The build counter lives as long as the process (other tests build too):
-  // each build publishes the next value.
-  auto updateId = [] {
-    return std::stoi(dlnaGetVarValue(kCdsServiceId, "SystemUpdateID").value_or("0"));
-  };
-  const int first = updateId();
-  EXPECT_GE(first, 1);
-  testLibraryStop();
-  testLibraryStart();
-  build("");
-  EXPECT_EQ(updateId(), first + 1);
-}
-
 TEST_F(Library, ScanFollowsTheNamingRules) {
   put("a/Music/song.MP3", "mp3_id3v23_genre_date.mp3");
   put("a/Music/.hidden.mp3", "mp3_id3v23_genre_date.mp3");
