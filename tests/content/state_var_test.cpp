@@ -30,19 +30,6 @@ class StateVar : public testing::Test {
   }
 };
 
-TEST_F(StateVar, InitialValuesInTableOrderUntilFreed) {
-  EXPECT_EQ(dlnaGetServiceVars(kCdsServiceId), (Vars{{"SystemUpdateID", "0"}}));
-  EXPECT_EQ(dlnaGetServiceVars(kCmsServiceId), kInitialCms);
-  EXPECT_TRUE(dlnaGetServiceVars(kMsrServiceId).empty());
-  EXPECT_TRUE(dlnaGetServiceVars(nullptr).empty());
-  dlnaFreeVarValue();
-  EXPECT_FALSE(dlnaGetVarValue(kCdsServiceId, "SystemUpdateID"));
-  EXPECT_TRUE(dlnaGetServiceVars(kCmsServiceId).empty());
-  dlnaInitVarValue();
-  EXPECT_EQ(dlnaGetVarValue(kCmsServiceId, "CurrentConnectionIDs"), "0");
-  EXPECT_TRUE(fakeNotifications().empty());
-}
-
 TEST_F(StateVar, SetsOfUnknownVariablesStoreAndSendNothing) {
   const char* const unknown[][2] = {{kMsrServiceId, "AuthorizationGrantedUpdateID"},
                                     {kMsrServiceId, "SystemUpdateID"},

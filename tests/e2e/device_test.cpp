@@ -207,33 +207,9 @@ TEST_F(Device, ServesItsDescriptionsAndPresentationPage) {
   }
 }
 
+// What the service tables answer is the unit tests' matter; here, that faults
+// and variable queries travel as SOAP does.
 TEST_F(Device, AnswersActionsAndVariableQueries) {
-  const Fields kNoConnection = {{"RcsID", "-1"},
-                                {"AVTransportID", "-1"},
-                                {"ProtocolInfo", ""},
-                                {"PeerConnectionManager", ""},
-                                {"PeerConnectionID", "-1"},
-                                {"Direction", "Output"},
-                                {"Status", "OK"}};
-  // One action per service: the answers themselves are the unit tests' tables.
-  const struct {
-    const Service& service;
-    const char* action;
-    Fields in, out;
-  } answered[] = {
-      {kCds, "GetSearchCapabilities", {}, {{"SearchCaps", "dc:title,upnp:class,res@protocolInfo"}}},
-      {kCms, "GetCurrentConnectionInfo", {{"ConnectionID", "0"}}, kNoConnection},
-      {kMsr, "IsAuthorized", {{"DeviceID", "renderer-7"}}, {{"Result", "1"}}},
-  };
-  for (const auto& c : answered) {
-    SCOPED_TRACE(c.action);
-    SoapResult r = call(c.service, c.action, c.in);
-    ASSERT_TRUE(r.ok()) << r.http.raw;
-    EXPECT_EQ(r.answer, std::string(c.action) + "Response");
-    EXPECT_EQ(r.ns, c.service.type);
-    EXPECT_EQ(r.out, c.out) << r.http.raw;
-  }
-
   // Actions a service does not have (another service's, one that only starts
   // like one of ours), and Browse, which fails until there is a tree to browse:
   // a failed action must not answer as if it had succeeded.
@@ -266,19 +242,12 @@ TEST_F(Device, AnswersActionsAndVariableQueries) {
     }
   }
 
-  SoapResult id = call(kCds, "GetSystemUpdateID");
-  ASSERT_TRUE(id.ok()) << id.http.raw;
-  ASSERT_EQ(id.out.size(), 1u) << id.http.raw;
-  EXPECT_EQ(id.out[0].first, "Id");
-  const std::string& value = id.out[0].second;
-  EXPECT_TRUE(!value.empty() && value.find_first_not_of("0123456789") == std::string::npos)
-      << value;
   const struct {
     const Service& service;
     const char* variable;
     std::optional<std::string> value;  // nothing: unknown here
   } queries[] = {
-      {kCds, "SystemUpdateID", value},
+      {kCds, "SystemUpdateID", e2e::findField(call(kCds, "GetSystemUpdateID").out, "Id")},
       {kCms, "CurrentConnectionIDs", "0"},
       {kCds, "NoSuchVariable", std::nullopt},
       // The registrar publishes no variables at all.

@@ -61,32 +61,6 @@ TEST(DaemonStart, SurvivesFolderRequestAndRescanSignals) {
   EXPECT_EQ(dmsd.stop(), 0);
 }
 
-struct FailingConfig {
-  const char* name;
-  const char* text;
-};
-
-// ctest lists a case by its name, not its bytes.
-void PrintTo(const FailingConfig& c, std::ostream* os) {
-  *os << c.name;
-}
-
-class DaemonBadConfig : public testing::TestWithParam<FailingConfig> {};
-
-TEST_P(DaemonBadConfig, ExitsWith255BeforeLoggingValues) {
-  DmsdProcess dmsd;
-  dmsd.startWithConfig(GetParam().text);
-  EXPECT_EQ(dmsd.waitExit(), 255);
-  EXPECT_EQ(dmsd.log().find("DMS started"), std::string::npos);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Values, DaemonBadConfig,
-    testing::Values(
-        FailingConfig{"IpOf32Chars", "Enable = 1\nIPAddress = 123456789012345678901234567890ab\n"},
-        FailingConfig{"InterfaceOf16Chars", "Enable = 1\nInterface = 0123456789abcdef\n"}),
-    [](const auto& info) { return std::string(info.param.name); });
-
 TEST(DaemonConfigFile, MissingOrReadOnlyFileExitsWith255) {
   DmsdProcess missing;
   missing.start({"--config", missing.dir() + "/absent.conf"});
