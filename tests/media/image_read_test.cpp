@@ -1,6 +1,5 @@
 // Still-image readers over headers built byte by byte (cut-off, damaged and
-// unusual ones no encoder writes) and over real files; EXIF fields, the
-// embedded-thumbnail span, and the messages the readers log.
+// unusual ones no encoder writes), and the messages the readers log.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <libexif/exif-data.h>
@@ -157,14 +156,5 @@ TEST_F(ImageRead, BuiltHeaders) {
     EXPECT_STREQ(info_->format, c.format);
   }
 }
-
-struct Thumb : MediaThumbnail {
-  Thumb() : MediaThumbnail{} {}
-  ~Thumb() { RetUB(data); }
-  Bytes bytes() const {
-    const auto* p = static_cast<const uint8_t*>(data);
-    return Bytes(p, p + size);
-  }
-};
 
 }  // namespace
