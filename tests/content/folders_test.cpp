@@ -3,7 +3,9 @@
 #include "content/folders.h"
 
 #include <gtest/gtest.h>
+
 #include <signal.h>
+#include <filesystem>
 
 #include <fstream>
 
@@ -71,6 +73,11 @@ TEST_F(Folders, AddingBelowASharedDirectoryCreatesOnlyTheMissingLevel) {
   EXPECT_EQ(titles(again), (std::vector<std::string>{"b", "photo"}));
   EXPECT_EQ(g_tDlnaInfo.musicCount, 2);
   EXPECT_EQ(g_tDlnaInfo.photoCount, 2);
+
+  // A name that only begins like a known sub-folder's is a folder of its own.
+  std::filesystem::create_directories(at("share/ab"));
+  dlnaAddFolder(at("share/ab").c_str());
+  EXPECT_NE(child(folder, "ab"), nullptr);
 }
 
 TEST_F(Folders, APathUnderNoSharedDirectoryBecomesOne) {

@@ -257,6 +257,13 @@ TEST_F(Hostile, SubscriptionsNameTheirOwnAddressAndAreCapped) {
   EXPECT_EQ(poll(&p, 1, 500), 0) << "a callback at another address was contacted";
   close(bystander);
   close(silent);
+
+  // Too short a timeout is raised to the floor.
+  r = e2e::httpRequest(std::string(kBase) + "/web/cms_event", "SUBSCRIBE",
+                       {{"CALLBACK", "<" + listener.callbackUrl() + ">"},
+                        {"NT", "upnp:event"},
+                        {"TIMEOUT", "Second-5"}});
+  EXPECT_EQ(r.header("TIMEOUT").value_or(""), "Second-300") << r.raw;
 }
 
 TEST_F(Hostile, ForeignHostNamesAreRefused) {

@@ -150,6 +150,7 @@ TEST(MpegReader, StreamTypesAndDescriptors) {
       {0x06, {0x0A, 4, 'e', 'n', 'g', 0, 0x6A, 1, 0}, false, kMediaCodecAc3},
       {0x06, {0x05, 4, 'D', 'T', 'S', '2'}, false, kMediaCodecDts},
       {0x06, {0x05, 4, 'A', 'C', '-', '3'}, false, kMediaCodecAc3},
+      {0x06, {0x7B, 0}, false, kMediaCodecDts},  // DVB's DTS descriptor
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << std::hex << int{c.type} << " " << c.codec);
