@@ -1,5 +1,5 @@
 // A renderer's view of the media web server: the daemon publishes a folder of
-// real media, and curl fetches what Browse points at, with byte ranges, HEAD,
+// real media, and a plain HTTP client fetches what Browse points at, with byte ranges, HEAD,
 // the DLNA transport headers and thumbnails; raw sockets cover a request
 // without Host and a client that leaves mid-stream.
 #include <arpa/inet.h>
@@ -36,36 +36,9 @@ std::string readAll(const std::string& path) {
   return text.str();
 }
 
-// One request by curl: status, headers and body.
-e2e::HttpResponse curl(const std::string& url, const e2e::Fields& headers = {},
-                       const char* method = "GET") {
-  char tmpl[] = "/tmp/dmsd-curl-XXXXXX";
-  const std::string dir = mkdtemp(tmpl);
-  const bool head = std::string(method) == "HEAD";
-  std::string command = "curl -s --max-time 10 -D " + dir + "/head -o " + dir + "/body";
-  command += head ? " -I" : " -X " + std::string(method);
-  for (const auto& [name, value] : headers) command += " -H '" + name + ": " + value + "'";
-  command += " '" + url + "'";
-  e2e::HttpResponse r;
-  r.raw = command;
-  if (system(command.c_str()) == 0) {
-    const std::string headers = readAll(dir + "/head");
-    std::istringstream lines(headers);
-    std::string line;
-    while (std::getline(lines, line)) {
-      if (!line.empty() && line.back() == '\r') line.pop_back();
-      size_t colon = line.find(':');
-      if (line.rfind("HTTP/", 0) == 0)
-        r.status = atoi(line.c_str() + line.find(' '));
-      else if (colon != std::string::npos)
-        r.headers.emplace_back(line.substr(0, colon),
-                               line.substr(line.find_first_not_of(' ', colon + 1)));
-    }
-    r.body = readAll(dir + "/body");
-    if (head) r.body.erase(0, headers.size());  // curl writes the headers there too
-  }
-  fs::remove_all(dir);
-  return r;
+e2e::HttpResponse fetch(const std::string& url, const e2e::Fields& headers = {},
+                        const char* method = "GET") {
+  return e2e::httpRequest(url, method, headers);
 }
 
 // Connects to the media port and sends `request`; the socket, or -1.
@@ -194,7 +167,7 @@ TEST_F(Stream, RangesAndTransportHeaders) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name + ": " + c.value + " on " + c.url);
-    e2e::HttpResponse r = curl(c.url, {{c.name, c.value}});
+    e2e::HttpResponse r = fetch(c.url, {{c.name, c.value}});
     EXPECT_EQ(r.status, c.status);
     if (c.status >= 400) {
       EXPECT_TRUE(r.body.empty());
@@ -213,7 +186,7 @@ TEST_F(Stream, RangesAndTransportHeaders) {
       EXPECT_EQ(r.header("transferMode.dlna.org").value_or(""), c.value);
     }
   }
-  e2e::HttpResponse features = curl(mp3, {{"getcontentFeatures.dlna.org", "1"}});
+  e2e::HttpResponse features = fetch(mp3, {{"getcontentFeatures.dlna.org", "1"}});
   EXPECT_EQ(features.status, 200);
   const std::string& protocol = items_["song"].protocolInfo;
   EXPECT_EQ(features.header("contentFeatures.dlna.org").value_or(""),
@@ -226,7 +199,7 @@ TEST_F(Stream, FilesPast4GiBKeepTheirSizeAndOffsets) {
   ASSERT_FALSE(huge.url.empty()) << "no item of size " << kHugeSize;
   EXPECT_NE(huge.protocolInfo.find("DLNA.ORG_PN=MP3;"), std::string::npos) << huge.protocolInfo;
   const std::string size = std::to_string(kHugeSize);
-  EXPECT_EQ(curl(huge.url, {}, "HEAD").header("Content-Length").value_or(""), size);
+  EXPECT_EQ(fetch(huge.url, {}, "HEAD").header("Content-Length").value_or(""), size);
   struct Case {
     std::string range;
     uintmax_t first, count;
@@ -237,7 +210,7 @@ TEST_F(Stream, FilesPast4GiBKeepTheirSizeAndOffsets) {
       {"bytes=" + std::to_string(kHugeSize - 3) + "-", kHugeSize - 3, 3},
   };
   for (const Case& c : cases) {
-    e2e::HttpResponse r = curl(huge.url, {{"Range", c.range}});
+    e2e::HttpResponse r = fetch(huge.url, {{"Range", c.range}});
     EXPECT_EQ(r.status, 206) << c.range;
     EXPECT_EQ(r.header("Content-Range").value_or(""), "bytes " + std::to_string(c.first) + "-" +
                                                           std::to_string(c.first + c.count - 1) +
@@ -247,12 +220,12 @@ TEST_F(Stream, FilesPast4GiBKeepTheirSizeAndOffsets) {
     // serve its frames instead of the hole's zeros.
     EXPECT_EQ(r.body, std::string(c.count, '\0')) << c.range;
   }
-  EXPECT_EQ(curl(huge.url, {{"Range", "bytes=" + size + "-"}}).status, 416);
+  EXPECT_EQ(fetch(huge.url, {{"Range", "bytes=" + size + "-"}}).status, 416);
 }
 
 TEST_F(Stream, ThumbnailsFromTheFileOrTheDefaults) {
   const std::string photo = readAll(share_ + "/photo.jpg");
-  e2e::HttpResponse exif = curl(std::string(kMedia) + "/web/tn/image" + idPath("photo"));
+  e2e::HttpResponse exif = fetch(std::string(kMedia) + "/web/tn/image" + idPath("photo"));
   EXPECT_EQ(exif.status, 200);
   EXPECT_EQ(exif.header("Content-Type").value_or(""), "image/jpeg");
   // The EXIF thumbnail: a whole JPEG cut out of the picture.
@@ -261,7 +234,7 @@ TEST_F(Stream, ThumbnailsFromTheFileOrTheDefaults) {
   EXPECT_EQ(exif.body.substr(0, 2), "\xFF\xD8");
   EXPECT_NE(photo.find(exif.body), std::string::npos);
 
-  e2e::HttpResponse apic = curl(std::string(kMedia) + "/web/tn/music" + idPath("song"));
+  e2e::HttpResponse apic = fetch(std::string(kMedia) + "/web/tn/music" + idPath("song"));
   EXPECT_EQ(apic.status, 200);
   ASSERT_GT(apic.body.size(), 8u);
   EXPECT_NE(readAll(share_ + "/song.mp3").find(apic.body), std::string::npos);
@@ -275,7 +248,7 @@ TEST_F(Stream, ThumbnailsFromTheFileOrTheDefaults) {
       {"/web/tn/video" + idPath("clip"), "video.jpg"},
   };
   for (const Case& c : defaults) {
-    e2e::HttpResponse r = curl(kMedia + c.path);
+    e2e::HttpResponse r = fetch(kMedia + c.path);
     EXPECT_EQ(r.status, 200) << c.path;
     EXPECT_TRUE(r.body == readAll(data + "/" + c.file)) << c.path;
   }
@@ -288,13 +261,13 @@ TEST_F(Stream, RefusalsAndVanishedFiles) {
   EXPECT_EQ(rawStatus("GET /web/index.html HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n"),
             "HTTP/1.1 200 OK");
   fs::remove(share_ + "/plain.mp3");
-  EXPECT_EQ(curl(items_["plain"].url).status, 404);
-  EXPECT_EQ(curl(std::string(kMedia) + "/web/99999.mp3").status, 404);
+  EXPECT_EQ(fetch(items_["plain"].url).status, 404);
+  EXPECT_EQ(fetch(std::string(kMedia) + "/web/99999.mp3").status, 404);
 }
 
 TEST_F(Stream, ClientLeavingMidStreamLeavesNoDescriptorOpen) {
   // Let the first request open its lazily made descriptors (epoll, logs).
-  ASSERT_EQ(curl(items_["song"].url).status, 200);
+  ASSERT_EQ(fetch(items_["song"].url).status, 200);
   // That client's socket closes on the server's side a moment later: count
   // once the number has held still for a while.
   size_t before = openDescriptors(dmsd_.pid());
