@@ -32,49 +32,6 @@ namespace {
 constexpr char kBase[] = "http://127.0.0.1:49152";
 constexpr char kCdsType[] = "urn:schemas-upnp-org:service:ContentDirectory:1";
 
-// A socket from `source` to 127.0.0.1:`port`, or -1.
-int connectFrom(const char* source, uint16_t port = 49152) {
-  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  timeval tv{5, 0};
-  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
-  sockaddr_in from{};
-  from.sin_family = AF_INET;
-  inet_pton(AF_INET, source, &from.sin_addr);
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(port);
-  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (bind(fd, reinterpret_cast<sockaddr*>(&from), sizeof from) != 0 ||
-      connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to) != 0) {
-    close(fd);
-    return -1;
-  }
-  return fd;
-}
-
-// Sends `request` (as far as the server reads it) and returns the status code
-// of the answer; 0 when none came.
-int statusOf(int fd, const std::string& request) {
-  for (size_t sent = 0; sent < request.size();) {
-    ssize_t n = send(fd, request.data() + sent, std::min<size_t>(request.size() - sent, 1 << 20),
-                     MSG_NOSIGNAL);
-    if (n <= 0) break;  // the server may answer and close before reading it all
-    sent += static_cast<size_t>(n);
-  }
-  char buf[64] = {};
-  ssize_t n = recv(fd, buf, sizeof buf - 1, 0);
-  return n > 12 && strncmp(buf, "HTTP/1.", 7) == 0 ? atoi(buf + 9) : 0;
-}
-
-int requestFrom(const char* source, const std::string& request, uint16_t port = 49152) {
-  int fd = connectFrom(source, port);
-  if (fd < 0) return -1;
-  int status = statusOf(fd, request);
-  close(fd);
-  return status;
-}
-
 std::string soapPost(const std::string& body, const std::string& extraHeaders = "") {
   return "POST /web/cds_control HTTP/1.1\r\nHost: 127.0.0.1:49152\r\nSOAPACTION: \"" +
          std::string(kCdsType) + "#Browse\"\r\nContent-Type: text/xml\r\n" + extraHeaders +
@@ -189,12 +146,13 @@ TEST_F(Hostile, BodiesAndHeadersAreBoundedAndMemoryReturns) {
       {"120 MB chunked", chunked(head, std::string(120 << 20, 'x')), 413},
       {"not XML", soapPost("<s:Envelope"), 400},
   };
-  for (const auto& c : cases) EXPECT_EQ(requestFrom("127.0.0.2", c.request), c.status) << c.what;
+  for (const auto& c : cases)
+    EXPECT_EQ(e2e::requestFrom("127.0.0.2", c.request), c.status) << c.what;
   // 30 MB of headers: refused (431) or cut off, never taken in.
   std::string headers = "GET /description.xml HTTP/1.1\r\nHost: 127.0.0.1\r\n";
   for (int i = 0; headers.size() < (30u << 20); ++i)
     headers += "X-" + std::to_string(i) + ": " + std::string(1000, 'h') + "\r\n";
-  int status = requestFrom("127.0.0.2", headers + "\r\n");
+  int status = e2e::requestFrom("127.0.0.2", headers + "\r\n");
   EXPECT_TRUE(status == 431 || status == 413 || status == 0) << status;
 
   EXPECT_LT(rssKiB(dmsd_.pid()), baseline + 8 * 1024) << "baseline " << baseline << " KiB";
@@ -224,7 +182,7 @@ TEST_F(Hostile, SubscriptionsNameTheirOwnAddressAndAreCapped) {
       {"unknown SID", "SID: uuid:x\r\n", 412},
   };
   for (const auto& c : cases)
-    EXPECT_EQ(requestFrom("127.0.0.1", subscribe(c.headers)), c.status) << c.what;
+    EXPECT_EQ(e2e::requestFrom("127.0.0.1", subscribe(c.headers)), c.status) << c.what;
 
   // A flood from one address whose callbacks accept but never answer.
   std::string silentUrl;
@@ -233,7 +191,7 @@ TEST_F(Hostile, SubscriptionsNameTheirOwnAddressAndAreCapped) {
   const std::string flood = subscribe(
       "NT: upnp:event\r\nTIMEOUT: Second-99999999999\r\nCALLBACK: <" + silentUrl + ">\r\n");
   int granted = 0;
-  for (int i = 0; i < 3000; ++i) granted += requestFrom("127.0.0.3", flood) == 200;
+  for (int i = 0; i < 3000; ++i) granted += e2e::requestFrom("127.0.0.3", flood) == 200;
   EXPECT_GT(granted, 0);
   EXPECT_LE(granted, 64) << "subscriptions from one address are capped";
 
@@ -274,10 +232,10 @@ TEST_F(Hostile, ForeignHostNamesAreRefused) {
         "GET " + path + " HTTP/1.1\r\nHost: evil.example\r\n\r\n",
         "POST /web/cds_control HTTP/1.1\r\nHost: 127.0.0.1.evil.example\r\n"
         "Content-Length: 0\r\n\r\n"s})
-    EXPECT_EQ(requestFrom("127.0.0.1", request), 403) << request;
-  EXPECT_EQ(
-      requestFrom("127.0.0.1", "GET /description.xml HTTP/1.1\r\nHost: 127.0.0.1:49152\r\n\r\n"),
-      200);
+    EXPECT_EQ(e2e::requestFrom("127.0.0.1", request), 403) << request;
+  EXPECT_EQ(e2e::requestFrom("127.0.0.1",
+                             "GET /description.xml HTTP/1.1\r\nHost: 127.0.0.1:49152\r\n\r\n"),
+            200);
   // An id beyond 32 bits does not wrap onto a real object.
   const std::string last = path.substr(path.rfind('/') + 1);
   const std::string id = last.substr(0, last.find('.'));
@@ -292,7 +250,7 @@ TEST_F(Hostile, HeldConnectionsNeitherStallOthersNorDelayTheStop) {
   for (int held : {20, 64, 200}) {
     std::vector<int> fds;
     for (int i = 0; i < held; ++i) {
-      int fd = connectFrom("127.0.0.2");
+      int fd = e2e::connectFrom("127.0.0.2");
       if (fd < 0) continue;
       // Half stay silent, half trickle the start of a request.
       if (i % 2) send(fd, "GET /desc", 9, MSG_NOSIGNAL);
@@ -303,13 +261,13 @@ TEST_F(Hostile, HeldConnectionsNeitherStallOthersNorDelayTheStop) {
   }
   // A burst that connects and leaves at once: the port serves right after.
   for (int i = 0; i < 200; ++i) {
-    int fd = connectFrom("127.0.0.2");
+    int fd = e2e::connectFrom("127.0.0.2");
     if (fd >= 0) close(fd);
   }
   expectOthersServedPromptly("after a burst");
 
   std::vector<int> fds;
-  for (int i = 0; i < 20; ++i) fds.push_back(connectFrom("127.0.0.2"));
+  for (int i = 0; i < 20; ++i) fds.push_back(e2e::connectFrom("127.0.0.2"));
   auto start = Clock::now();
   EXPECT_EQ(dmsd_.stop(2s), 0);
   EXPECT_LT(Clock::now() - start, std::chrono::seconds(2));
@@ -330,26 +288,28 @@ TEST_F(Hostile, StackListenerGivesNothingAway) {
   }
   ASSERT_NE(port, 0) << "no second listener found";
   const std::string host = "Host: 127.0.0.1:" + std::to_string(port) + "\r\n";
-  EXPECT_NE(requestFrom("127.0.0.1", "GET /description.xml HTTP/1.1\r\n" + host + "\r\n", port),
+  EXPECT_NE(
+      e2e::requestFrom("127.0.0.1", "GET /description.xml HTTP/1.1\r\n" + host + "\r\n", port),
+      200);
+  EXPECT_NE(e2e::requestFrom("127.0.0.1", "GET /web/cds.xml HTTP/1.1\r\n" + host + "\r\n", port),
             200);
-  EXPECT_NE(requestFrom("127.0.0.1", "GET /web/cds.xml HTTP/1.1\r\n" + host + "\r\n", port), 200);
   const std::string browse =
       "<?xml version=\"1.0\"?><s:Envelope xmlns:s=\"http://schemas.xmlsoap.org/soap/envelope/\">"
       "<s:Body><u:Browse xmlns:u=\"" +
       std::string(kCdsType) +
       "\"><ObjectID>0</ObjectID><BrowseFlag>BrowseDirectChildren</BrowseFlag></u:Browse>"
       "</s:Body></s:Envelope>";
-  EXPECT_NE(requestFrom("127.0.0.1",
-                        "POST /web/cds_control HTTP/1.1\r\n" + host + "SOAPACTION: \"" + kCdsType +
-                            "#Browse\"\r\nContent-Length: " + std::to_string(browse.size()) +
-                            "\r\n\r\n" + browse,
-                        port),
+  EXPECT_NE(e2e::requestFrom("127.0.0.1",
+                             "POST /web/cds_control HTTP/1.1\r\n" + host + "SOAPACTION: \"" +
+                                 kCdsType + "#Browse\"\r\nContent-Length: " +
+                                 std::to_string(browse.size()) + "\r\n\r\n" + browse,
+                             port),
             200);
   e2e::EventListener listener;
-  EXPECT_NE(requestFrom("127.0.0.1",
-                        "SUBSCRIBE /web/cds_event HTTP/1.1\r\n" + host + "NT: upnp:event\r\n" +
-                            "CALLBACK: <" + listener.callbackUrl() + ">\r\n\r\n",
-                        port),
+  EXPECT_NE(e2e::requestFrom("127.0.0.1",
+                             "SUBSCRIBE /web/cds_event HTTP/1.1\r\n" + host + "NT: upnp:event\r\n" +
+                                 "CALLBACK: <" + listener.callbackUrl() + ">\r\n\r\n",
+                             port),
             200);
   EXPECT_FALSE(listener.next(500ms)) << "libupnp's listener sent an event";
 }

@@ -41,34 +41,6 @@ e2e::HttpResponse fetch(const std::string& url, const e2e::Fields& headers = {},
   return e2e::httpRequest(url, method, headers);
 }
 
-// Connects to the media port and sends `request`; the socket, or -1.
-int sendRaw(const std::string& request) {
-  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  timeval tv{5, 0};
-  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_port = htons(49152);
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
-      send(fd, request.data(), request.size(), MSG_NOSIGNAL) < 0) {
-    close(fd);
-    return -1;
-  }
-  return fd;
-}
-
-// The status line of the answer to a raw request.
-std::string rawStatus(const std::string& request) {
-  int fd = sendRaw(request);
-  if (fd < 0) return "no connection";
-  char buf[256] = {};
-  ssize_t n = recv(fd, buf, sizeof buf - 1, 0);
-  close(fd);
-  std::string text(buf, n > 0 ? static_cast<size_t>(n) : 0);
-  return text.substr(0, text.find("\r\n"));
-}
-
 size_t openDescriptors(pid_t pid) {
   size_t n = 0;
   for ([[maybe_unused]] auto& entry :
@@ -255,11 +227,13 @@ TEST_F(Stream, ThumbnailsFromTheFileOrTheDefaults) {
 }
 
 TEST_F(Stream, RefusalsAndVanishedFiles) {
-  EXPECT_EQ(rawStatus("GET /web/index.html HTTP/1.0\r\n\r\n"), "HTTP/1.1 400 Bad Request");
-  EXPECT_EQ(rawStatus("GET /web/index.html HTTP/1.1\r\nConnection: close\r\n\r\n"),
-            "HTTP/1.1 400 Bad Request");
-  EXPECT_EQ(rawStatus("GET /web/index.html HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n"),
-            "HTTP/1.1 200 OK");
+  EXPECT_EQ(e2e::requestFrom("127.0.0.1", "GET /web/index.html HTTP/1.0\r\n\r\n"), 400);
+  EXPECT_EQ(
+      e2e::requestFrom("127.0.0.1", "GET /web/index.html HTTP/1.1\r\nConnection: close\r\n\r\n"),
+      400);
+  EXPECT_EQ(
+      e2e::requestFrom("127.0.0.1", "GET /web/index.html HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n"),
+      200);
   fs::remove(share_ + "/plain.mp3");
   EXPECT_EQ(fetch(items_["plain"].url).status, 404);
   EXPECT_EQ(fetch(std::string(kMedia) + "/web/99999.mp3").status, 404);
@@ -277,9 +251,11 @@ TEST_F(Stream, ClientLeavingMidStreamLeavesNoDescriptorOpen) {
     still = now == before ? still + 1 : 0;
     before = now;
   }
-  int fd = sendRaw("GET " + items_["clip"].url.substr(strlen(kMedia)) +
-                   " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+  int fd = e2e::connectFrom("127.0.0.1");
   ASSERT_GE(fd, 0);
+  const std::string get =
+      "GET " + items_["clip"].url.substr(strlen(kMedia)) + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+  ASSERT_GT(send(fd, get.data(), get.size(), MSG_NOSIGNAL), 0);
   char buf[65536];
   ASSERT_GT(recv(fd, buf, sizeof buf, MSG_WAITALL), 0);
   EXPECT_GT(openDescriptors(dmsd_.pid()), before);  // the socket and the file

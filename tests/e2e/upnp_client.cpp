@@ -204,6 +204,49 @@ HttpResponse httpRequest(const std::string& url, const std::string& method, cons
   return r;
 }
 
+// A socket from `source` to 127.0.0.1:`port`, or -1.
+int connectFrom(const char* source, uint16_t port) {
+  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  timeval tv{5, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
+  sockaddr_in from{};
+  from.sin_family = AF_INET;
+  inet_pton(AF_INET, source, &from.sin_addr);
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(port);
+  to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (bind(fd, reinterpret_cast<sockaddr*>(&from), sizeof from) != 0 ||
+      connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to) != 0) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+// Sends `request` (as far as the server reads it) and returns the status code
+// of the answer; 0 when none came.
+int statusOf(int fd, const std::string& request) {
+  for (size_t sent = 0; sent < request.size();) {
+    ssize_t n = send(fd, request.data() + sent, std::min<size_t>(request.size() - sent, 1 << 20),
+                     MSG_NOSIGNAL);
+    if (n <= 0) break;  // the server may answer and close before reading it all
+    sent += static_cast<size_t>(n);
+  }
+  char buf[64] = {};
+  ssize_t n = recv(fd, buf, sizeof buf - 1, 0);
+  return n > 12 && strncmp(buf, "HTTP/1.", 7) == 0 ? atoi(buf + 9) : 0;
+}
+
+int requestFrom(const char* source, const std::string& request, uint16_t port) {
+  int fd = connectFrom(source, port);
+  if (fd < 0) return -1;
+  int status = statusOf(fd, request);
+  close(fd);
+  return status;
+}
+
 const Xml* Xml::child(std::string_view childName) const {
   for (const Xml& c : children) {
     if (c.name == childName) return &c;

@@ -39,6 +39,16 @@ struct HttpResponse {
 HttpResponse httpRequest(const std::string& url, const std::string& method,
                          const Fields& headers = {}, const std::string& body = {});
 
+// Raw requests, for what a well-behaved client never sends. A socket from
+// `source` (any loopback address, as another host) to 127.0.0.1:`port` with
+// 5 s timeouts, or -1.
+int connectFrom(const char* source, uint16_t port = 49152);
+// Sends `request` (as far as the server reads it) and returns the status code
+// of the answer; 0 when none came.
+int statusOf(int fd, const std::string& request);
+// Both, on a connection of its own; -1 when it cannot connect.
+int requestFrom(const char* source, const std::string& request, uint16_t port = 49152);
+
 // An element with its local name, namespace, attributes, the text of its own
 // text children (entities decoded) and its element children.
 struct Xml {
