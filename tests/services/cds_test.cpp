@@ -160,6 +160,11 @@ TEST_F(Library, GroupsAreSharedAcrossFoldersAndBrowsedByWellKnownIds) {
   EXPECT_EQ(albums[0].id.rfind("0$1$13$", 0), 0u) << albums[0].id;
   EXPECT_NE(albums[0].xml.find("childCount=\"2\""), std::string::npos);
   EXPECT_EQ(children(albums[0].id).size(), 2u);
+  // Each kind of group is published with its own class.
+  auto artists = parseDidl(browse("0$1$12", "BrowseDirectChildren")["Result"]);
+  ASSERT_EQ(artists.size(), 1u);
+  EXPECT_NE(artists[0].xml.find(">object.container.person.musicArtist<"), std::string::npos);
+  EXPECT_NE(albums[0].xml.find(">object.container.Album.musicAlbum<"), std::string::npos);
 
   // A page of one still reports the container's count.
   auto page = browse("0$1$10", "BrowseDirectChildren", "*", 1, 1);
