@@ -1,5 +1,7 @@
 // The service descriptions: the ContentDirectory's generated from the action
-// and variable tables below, the other two fixed texts; see scpd.h.
+// and variable tables below (the web server regenerates it on every open), the
+// other two fixed texts laid out like its header: indented, but without line
+// feeds; see scpd.h.
 #include "services/scpd.h"
 
 #include <cstring>

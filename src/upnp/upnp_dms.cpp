@@ -1,9 +1,7 @@
 // The device on the network; see upnp_dms.h.
 //
-// The device description is a printf template filled from the configuration.
-// The ContentDirectory description is generated from two tables (the web
-// server regenerates it on every open); the two smaller services are fixed
-// texts, laid out like its header: indented, but without line feeds.
+// The device description is a printf template filled from the configuration;
+// the service descriptions live with the services (services/scpd.h).
 #include "upnp/upnp_dms.h"
 
 #include <cstdio>
