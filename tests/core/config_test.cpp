@@ -36,92 +36,68 @@ TEST_F(ConfigFile, NumbersAndTextsFromSeveralLines) {
   EXPECT_EQ(gtDmsCfg.iLocale, -3);
 }
 
-struct LineCase {
-  const char* name;
-  const char* text;
-  int enable;
-  int port;
-  const char* dmsName;
-};
-
-// ctest lists a case by its name, not its bytes.
-void PrintTo(const LineCase& c, std::ostream* os) {
-  *os << c.name;
+TEST_F(ConfigFile, LinesAreReadAsTheDaemonReadsThem) {
+  const struct {
+    std::string text;
+    int enable, port;
+    const char* dmsName;
+  } cases[] = {
+      {"# Enable = 1\n", 1, 0, ""},  // a key behind other text
+      {"Enable = 257\n", 1, 0, ""},  // the low eight bits only
+      {"Enable = 256\n", 0, 0, ""},
+      {"enable = 1\nPort=5\n", 0, 0, ""},   // keys are case-sensitive
+      {"DmsName = Port = 5\n", 0, 5, ""},   // the first key in table order wins
+      {"DmsName = Server", 0, 0, "Serve"},  // no line end: the last character goes
+      {"DmsName = LongName\nDmsName = A\n", 0, 0, "AongName"},
+      {"DmsName = ", 0, 0, ""},
+      {"Hello\n\nPort = 12\n", 0, 12, ""},
+      {"DmsName = Box\r\n", 0, 0, "Box\r"},
+      // The buffer holds 2,047 characters; the key lies in the second piece.
+      {std::string(2500, '#') + "Port = 9\n", 0, 9, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.text));
+    memset(&gtDmsCfg, 0, sizeof gtDmsCfg);
+    ASSERT_EQ(read(c.text), 0);
+    EXPECT_EQ(gtDmsCfg.bEnable, c.enable);
+    EXPECT_EQ(gtDmsCfg.iPort, c.port);
+    EXPECT_STREQ(gtDmsCfg.szDmsName, c.dmsName);
+  }
 }
-
-class ConfigLines : public ConfigFile, public testing::WithParamInterface<LineCase> {};
-
-TEST_P(ConfigLines, ReadAsTheDaemonReadsThem) {
-  const LineCase& c = GetParam();
-  ASSERT_EQ(read(c.text), 0);
-  EXPECT_EQ(gtDmsCfg.bEnable, c.enable);
-  EXPECT_EQ(gtDmsCfg.iPort, c.port);
-  EXPECT_STREQ(gtDmsCfg.szDmsName, c.dmsName);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, ConfigLines,
-    testing::Values(LineCase{"KeyBehindOtherText", "# Enable = 1\n", 1, 0, ""},
-                    LineCase{"OnlyLowEightBitsOfEnable", "Enable = 257\n", 1, 0, ""},
-                    LineCase{"EnableOf256Disables", "Enable = 256\n", 0, 0, ""},
-                    LineCase{"KeysAreCaseSensitive", "enable = 1\nPort=5\n", 0, 0, ""},
-                    LineCase{"FirstKeyInOrderWinsOnALine", "DmsName = Port = 5\n", 0, 5, ""},
-                    LineCase{"LastLineWithoutNewlineLosesItsLastCharacter", "DmsName = Server", 0,
-                             0, "Serve"},
-                    LineCase{"ShorterSecondValueKeepsTheFirstOnesTail",
-                             "DmsName = LongName\nDmsName = A\n", 0, 0, "AongName"},
-                    LineCase{"KeyAtEndOfFileWithNoValue", "DmsName = ", 0, 0, ""},
-                    LineCase{"UnknownLinesSkipped", "Hello\n\nPort = 12\n", 0, 12, ""},
-                    LineCase{"CarriageReturnStaysInTheText", "DmsName = Box\r\n", 0, 0, "Box\r"}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-struct TextField {
-  const char* key;
-  char* field;
-  size_t size;
-};
-
-void PrintTo(const TextField& c, std::ostream* os) {
-  *os << c.key;
-}
-
-class ConfigTextBounds : public ConfigFile, public testing::WithParamInterface<TextField> {};
 
 // A field of N bytes takes N-1 characters plus the line end; one more aborts.
-TEST_P(ConfigTextBounds, LongestValueFitsAndOneMoreFails) {
-  const TextField& f = GetParam();
-  std::string longest(f.size - 1, 'x');
-  ASSERT_EQ(read(std::string(f.key) + longest + "\n"), 0);
-  EXPECT_EQ(std::string(f.field), longest);
-  memset(&gtDmsCfg, 0, sizeof gtDmsCfg);
-  EXPECT_EQ(read(std::string(f.key) + longest + "y\n"), -1);
-}
-
-#define FIELD(key, field)                      \
-  TextField {                                  \
-    key, gtDmsCfg.field, sizeof gtDmsCfg.field \
-  }
-INSTANTIATE_TEST_SUITE_P(Fields, ConfigTextBounds,
-                         testing::Values(FIELD("IPAddress = ", szIp), FIELD("Interface = ", szIf),
-                                         FIELD("IfLLA = ", szIfLLA), FIELD("DmsName = ", szDmsName),
-                                         FIELD("ContentList = ", szContentLst),
-                                         FIELD("ModelName = ", szModelName),
-                                         FIELD("ManuFacturer = ", szManuFacturer),
-                                         FIELD("ManuFacturerURL = ", szManuFacturerURL),
-                                         FIELD("DeviceURL = ", szDeviceURL),
-                                         FIELD("SerialNumber = ", szSerialNumber)));
+TEST_F(ConfigFile, LongestValueFitsAndOneMoreFails) {
+#define FIELD(key, field) \
+  { key, gtDmsCfg.field, sizeof gtDmsCfg.field }
+  const struct {
+    const char* key;
+    char* field;
+    size_t size;
+  } fields[] = {FIELD("IPAddress = ", szIp),
+                FIELD("Interface = ", szIf),
+                FIELD("IfLLA = ", szIfLLA),
+                FIELD("DmsName = ", szDmsName),
+                FIELD("ContentList = ", szContentLst),
+                FIELD("ModelName = ", szModelName),
+                FIELD("ManuFacturer = ", szManuFacturer),
+                FIELD("ManuFacturerURL = ", szManuFacturerURL),
+                FIELD("DeviceURL = ", szDeviceURL),
+                FIELD("SerialNumber = ", szSerialNumber)};
 #undef FIELD
+  for (const auto& f : fields) {
+    SCOPED_TRACE(f.key);
+    std::string longest(f.size - 1, 'x');
+    memset(&gtDmsCfg, 0, sizeof gtDmsCfg);
+    ASSERT_EQ(read(std::string(f.key) + longest + "\n"), 0);
+    EXPECT_EQ(std::string(f.field), longest);
+    EXPECT_EQ(read(std::string(f.key) + longest + "y\n"), -1);
+  }
+}
 
 TEST_F(ConfigFile, TooLongValueStopsReadingAtItsLine) {
   EXPECT_EQ(read("DmsName = A\nIPAddress = " + std::string(40, '1') + "\nModelName = M\n"), -1);
   EXPECT_STREQ(gtDmsCfg.szDmsName, "A");
   EXPECT_STREQ(gtDmsCfg.szModelName, "");
-}
-
-TEST_F(ConfigFile, LongLineIsReadInPieces) {
-  // The buffer holds 2,047 characters; the key lies in the second piece.
-  ASSERT_EQ(read(std::string(2500, '#') + "Port = 9\n"), 0);
-  EXPECT_EQ(gtDmsCfg.iPort, 9);
 }
 
 TEST_F(ConfigFile, FileThatCannotBeOpenedForWritingFails) {

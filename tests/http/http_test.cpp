@@ -3,7 +3,6 @@
 #include "http/http.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -48,23 +47,17 @@ TEST(DlnaBytesRange, Syntax) {
 
 // The library over copies of fixture media: one MP3 with a picture, one
 // without, a JPEG with an EXIF thumbnail, a PNG and an AVI.
-class HttpFiles : public testing::Test {
+class HttpFiles : public LiveLibrary {
  protected:
   void SetUp() override {
-    testLibraryStart();
-    char tmpl[] = "/tmp/dmsd-http-XXXXXX";
-    root_ = mkdtemp(tmpl);
-    for (auto [name, fixture] : kFiles) {
-      fs::create_directories(fs::path(root_ + "/" + name).parent_path());
-      fs::copy_file(fs::path(DMSD_TEST_MEDIA) / fixture, root_ + "/" + name);
-    }
+    LiveLibrary::SetUp();
+    for (auto [name, fixture] : kFiles) put(name, fixture);
     testLibraryBuild(root_);
     g_tDmsPaths.dataDir = "/defaults";
   }
   void TearDown() override {
-    testLibraryStop();
     g_tDmsPaths = DmsPaths();
-    fs::remove_all(root_);
+    LiveLibrary::TearDown();
   }
 
   // "/web/<id>.<ext>" of the item made from `name`.
@@ -93,7 +86,6 @@ class HttpFiles : public testing::Test {
       {"Photos/picture.png", "png_plain.png"},
       {"clip.avi", "avi_mpeg4_mp3.avi"},
   };
-  std::string root_;
 };
 
 DlnaHttpHeader header(const char* name, const char* value) {
@@ -152,7 +144,7 @@ TEST_F(HttpFiles, MediaUrlsNameTheFileOnDisk) {
   for (const char* prefix : {"/web/", "/anything/", "/web/DLNA-PNMP3/"}) {
     DlnaReqFileInfo info;
     ASSERT_EQ(parseFileInfo(url("Music/song.mp3", prefix).c_str(), &info), 0);
-    EXPECT_STREQ(info.path, (root_ + "/Music/song.mp3").c_str());
+    EXPECT_STREQ(info.path, at("Music/song.mp3").c_str());
     EXPECT_EQ(info.valid, 1);
     EXPECT_EQ(info.isImage, 0);
     RetUB(info.path);
@@ -161,10 +153,10 @@ TEST_F(HttpFiles, MediaUrlsNameTheFileOnDisk) {
   EXPECT_EQ(parseFileInfo("/web/99999.mp3", &info), -1);
   DlnaFileInfo file = {};
   ASSERT_EQ(_dlnaHttpGetInfo(url("clip.avi").c_str(), &file), 0);
-  EXPECT_EQ(file.file_length, static_cast<int64_t>(fs::file_size(root_ + "/clip.avi")));
+  EXPECT_EQ(file.file_length, static_cast<int64_t>(fs::file_size(at("clip.avi"))));
   EXPECT_STREQ(file.content_type, "video/x-msvideo");
   free(file.content_type);
-  fs::remove(root_ + "/clip.avi");
+  fs::remove(at("clip.avi"));
   EXPECT_EQ(_dlnaHttpGetInfo(url("clip.avi").c_str(), &file), -1);
   EXPECT_EQ(_dlnaHttpOpen(url("clip.avi").c_str(), 0), nullptr);
 }

@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "content/state_var.h"
+#include "fakes/fake_upnp_device.h"
 #include "profile/profile.h"
 
 namespace {
@@ -18,6 +20,7 @@ class FixtureProfiles : public testing::Test {
  protected:
   void SetUp() override {
     dlnaInitVarValue();
+    fakeClearNotifications();
     registry_ = dlnaMMInit();
     dlnaSetExtCheck(registry_, 1);
     dlnaRegMediaProfile(registry_);
@@ -88,7 +91,9 @@ TEST_F(FixtureProfiles, EveryFileGetsItsProfile) {
         strcmp(c.profile, "NON-DLNA") ? std::string("DLNA.ORG_PN=") + c.profile : "*";
     entries.push_back("http-get:*:" + std::string(c.mime) + ":" + pn);
   }
-  // Profiled entries lead the list, the latest first; untyped ones trail it.
+  // One event for each entry added; profiled ones lead the list, the latest
+  // first, and untyped ones trail it.
+  EXPECT_EQ(fakeNotifications().size(), std::set(entries.begin(), entries.end()).size());
   const std::string list = dlnaGetVarValue(kCmsServiceId, "SourceProtocolInfo").value_or("");
   std::vector<std::string> got;
   for (size_t at = 0; at <= list.size();) {

@@ -219,28 +219,6 @@ TEST_F(ProfileWalk, UnclaimedAndUnreadableFilesAreDropped) {
   EXPECT_EQ(profile("song.mp3"), nullptr) << "no SourceProtocolInfo variable";
 }
 
-TEST_F(ProfileWalk, SourceProtocolInfoGrowsWithoutDuplicates) {
-  fillMp3();
-  ASSERT_NE(profile("a.mp3"), nullptr);
-  ASSERT_NE(profile("b.mp3"), nullptr);
-  const std::string mp3 = "http-get:*:audio/mpeg:DLNA.ORG_PN=MP3";
-  EXPECT_EQ(sourceInfo(), mp3);
-  EXPECT_EQ(fakeNotifications().size(), 1u);
-
-  g_fill = MediaInfo{};
-  strcpy(g_fill.format, "flv");
-  ASSERT_NE(profile("c.flv"), nullptr);
-  g_fill.width = 640;
-  g_fill.height = 480;
-  ASSERT_NE(profile("d.jpg"), nullptr);
-  const std::string flv = "http-get:*:video/x-flv:*";
-  const std::string jpeg = "http-get:*:image/jpeg:DLNA.ORG_PN=JPEG_SM";
-  EXPECT_EQ(sourceInfo(), jpeg + "," + mp3 + "," + flv);
-  EXPECT_EQ(fakeNotifications().size(), 3u);
-  ASSERT_FALSE(fakeNotifications().empty());
-  EXPECT_EQ(fakeNotifications().back().vars.front().second, sourceInfo());
-}
-
 TEST_F(ProfileWalk, AnEntryContainedInAnotherIsNotAdded) {
   ASSERT_EQ(dlnaAddSourceProtocolInfo("MP3X", "audio/mpeg"), 0);
   ASSERT_EQ(dlnaAddSourceProtocolInfo("MP3", "audio/mpeg"), 0);

@@ -4,25 +4,14 @@
 #include "services/cds.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <string>
 #include <vector>
 
-#include "content/library.h"
-#include "content/metadata.h"
-#include "content/state_var.h"
 #include "content/test_library.h"
-#include "core/dlna_dms.h"
 #include "fakes/action_request.h"
-#include "platform/ctype.h"
-#include "profile/profile.h"
 #include "services/didl.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -60,28 +49,13 @@ std::vector<DidlObject> parseDidl(const std::string& didl) {
   return objects;
 }
 
-class Library : public testing::Test {
+class Library : public LiveLibrary {
  protected:
   void SetUp() override {
-    testLibraryStart();
+    LiveLibrary::SetUp();
     strcpy(g_tDlnaInfo.ip, "192.0.2.7");
     g_tDlnaInfo.port = 50002;
-    char tmpl[] = "/tmp/dmsd-cds-XXXXXX";
-    root_ = mkdtemp(tmpl);
   }
-  void TearDown() override {
-    testLibraryStop();
-    fakeClearNotifications();
-    fs::remove_all(root_);
-  }
-
-  // Copies a fixture to `rel` under the test's folder.
-  void put(const std::string& rel, const std::string& fixture) {
-    fs::path to = fs::path(root_) / rel;
-    fs::create_directories(to.parent_path());
-    fs::copy_file(fs::path(DMSD_TEST_MEDIA) / fixture, to);
-  }
-  void build(const std::string& contentList) { testLibraryBuild(contentList); }
 
   std::map<std::string, std::string> call(const char* action, const std::string& id,
                                           const std::string& extra, const std::string& filter,
@@ -106,26 +80,24 @@ class Library : public testing::Test {
   std::vector<DidlObject> children(const std::string& id, const std::string& filter = "*") {
     return parseDidl(browse(id, "BrowseDirectChildren", filter)["Result"]);
   }
-
-  std::string root_;
 };
 
 TEST_F(Library, ScanFollowsTheNamingRules) {
-  put("a/Music/song.MP3", "mp3_id3v23_genre_date.mp3");
-  put("a/Music/.hidden.mp3", "mp3_id3v23_genre_date.mp3");
-  put("a/Music/notes.txt", "mp3_id3v23_genre_date.mp3");
-  put("b/Holiday/photo.jpg", "jpeg_plain.jpg");
-  put("b/dir.v2/noext", "jpeg_plain.jpg");
+  put("a/Music/song.MP3", kTestSong);
+  put("a/Music/.hidden.mp3", kTestSong);
+  put("a/Music/notes.txt", kTestSong);
+  put("b/Holiday/photo.jpg", kTestPhoto);
+  put("b/dir.v2/noext", kTestPhoto);
   put("b/clip.avi", "avi_mpeg4_mp3.avi");
-  build("|" + root_ + "/a||" + root_ + "/b/|");
+  testLibraryBuild("|" + at("a") + "||" + at("b/") + "|");
   EXPECT_EQ(g_tDlnaInfo.musicCount, 1);
   EXPECT_EQ(g_tDlnaInfo.photoCount, 1);
   EXPECT_EQ(g_tDlnaInfo.videoCount, 1);
 
   auto shares = children("0$4");
   ASSERT_EQ(shares.size(), 2u);
-  EXPECT_EQ(shares[0].title, root_ + "/a");
-  EXPECT_EQ(shares[1].title, root_ + "/b");
+  EXPECT_EQ(shares[0].title, at("a"));
+  EXPECT_EQ(shares[1].title, at("b"));
 
   // The photo without an album is grouped by its folder's name.
   auto albums = children("0$3$33");
@@ -152,9 +124,9 @@ TEST_F(Library, ScanFollowsTheNamingRules) {
 }
 
 TEST_F(Library, GroupsAreSharedAcrossFoldersAndBrowsedByWellKnownIds) {
-  put("x/one.mp3", "mp3_id3v23_genre_date.mp3");
-  put("y/two.mp3", "mp3_id3v23_genre_date.mp3");
-  build(root_ + "/x|" + root_ + "/y");
+  put("x/one.mp3", kTestSong);
+  put("y/two.mp3", kTestSong);
+  build({"x", "y"});
   auto albums = parseDidl(browse("7", "BrowseDirectChildren")["Result"]);
   ASSERT_EQ(albums.size(), 1u);
   EXPECT_EQ(albums[0].id.rfind("0$1$13$", 0), 0u) << albums[0].id;
@@ -191,9 +163,9 @@ TEST_F(Library, GroupsAreSharedAcrossFoldersAndBrowsedByWellKnownIds) {
 }
 
 TEST_F(Library, SearchWalksFoldersDescendantsFirst) {
-  put("s/sub/one.mp3", "mp3_id3v23_genre_date.mp3");
-  put("s/pic.jpg", "jpeg_plain.jpg");
-  build(root_ + "/s");
+  put("s/sub/one.mp3", kTestSong);
+  put("s/pic.jpg", kTestPhoto);
+  build({"s"});
   auto all = search("0", "*");
   std::vector<std::string> tags;
   std::string subId;
@@ -202,7 +174,7 @@ TEST_F(Library, SearchWalksFoldersDescendantsFirst) {
     if (o.title == "sub") subId = o.id;
   }
   EXPECT_EQ(tags, (std::vector<std::string>{"item:pic", "item:Fixture Title", "container:sub",
-                                            "container:" + root_ + "/s"}));
+                                            "container:" + at("s")}));
   EXPECT_EQ(all["TotalMatches"], "4");
 
   auto music = search("0", "upnp:class derivedfrom \"object.item.audioItem\"");
