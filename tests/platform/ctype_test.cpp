@@ -13,68 +13,53 @@ namespace {
 
 using namespace std::string_literals;
 
-struct Conversion {
-  const char* what;
-  int from;
-  int to;
-  std::string in;
-  std::optional<std::string> out;  // nothing: refused
-};
-
-// ctest lists a case by its name, not its bytes.
-void PrintTo(const Conversion& c, std::ostream* os) {
-  *os << c.what;
-}
-
-class Converts : public testing::TestWithParam<Conversion> {
- protected:
-  void SetUp() override { ctypeInit(1, kCtypeDetect); }
-};
-
 // Both entry points agree; ctypeConvertTo's text is a terminated heap block.
-TEST_P(Converts, OrRefusesWithNoText) {
-  const Conversion& c = GetParam();
-  std::string str;
-  EXPECT_EQ(ctypeConvertStr(c.from, c.to, c.in, str), c.out.has_value());
-  char stale = 'x';
-  CtypeIn in{c.from, c.in.data(), c.in.size()};
-  CtypeOut out{c.to, &stale, 99};
-  ASSERT_EQ(ctypeConvertTo(&in, &out), c.out ? 0 : -1);
-  if (!c.out) {
-    EXPECT_EQ(out.text, nullptr);
-    EXPECT_EQ(out.len, 0u);
-    return;
+TEST(Ctype, ConvertsOrRefusesWithNoText) {
+  ctypeInit(1, kCtypeDetect);
+  const struct {
+    int from, to;
+    std::string in;
+    std::optional<std::string> out;  // nothing: refused
+  } cases[] = {
+      {kCtypeDetect, kCtypeUtf8, "Caf\xc3\xa9 \xe2\x82\xac", "Caf\xc3\xa9 \xe2\x82\xac"},
+      // One bad byte makes the whole text Latin-1, valid-looking pairs included.
+      {kCtypeDetect, kCtypeUtf8, "\xc3\xa9\xff", "\xc3\x83\xc2\xa9\xc3\xbf"},
+      {kCtypeLatin1, kCtypeUtf8, "a\xa9\xff", "a\xc2\xa9\xc3\xbf"},
+      {kCtypeUtf16Le, kCtypeUtf8, "c\0\xe9\0"s, "c\xc3\xa9"},
+      {kCtypeUtf16Be, kCtypeUtf8, "\0c\0\xe9"s, "c\xc3\xa9"},
+      {kCtypeUtf16Le, kCtypeUtf8, "a\0\0\0b\0"s, "a\0b"s},
+      {kCtypeUtf32Le, kCtypeUtf8, "\xac\x20\0\0\x00\xf6\x01\0"s, "\xe2\x82\xac\xf0\x9f\x98\x80"},
+      {kCtypeUtf32Be, kCtypeUtf8, "\0\0\0A\0\0\0\xe9"s, "A\xc3\xa9"},
+      // Longer than one conversion chunk.
+      {kCtypeUtf8, kCtypeLatin1, std::string(300, 'a') + "\xc3\xa9",
+       std::string(300, 'a') + "\xe9"},
+      {kCtypeUtf8, kCtypeUtf8, "caf\xc3", std::nullopt},
+      {kCtypeUtf8, kCtypeLatin1, "caf\xe2\x82", std::nullopt},
+      {kCtypeUtf16Le, kCtypeUtf8, "a\0b"s, std::nullopt},
+      {1, kCtypeUtf8, "abc", std::nullopt},  // unknown codes, and detection as a target
+      {kCtypeUtf8, 8, "abc", std::nullopt},
+      {kCtypeUtf8, kCtypeDetect, "abc", std::nullopt},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.in) + " " + std::to_string(c.from) + "->" +
+                 std::to_string(c.to));
+    std::string str;
+    EXPECT_EQ(ctypeConvertStr(c.from, c.to, c.in, str), c.out.has_value());
+    char stale = 'x';
+    CtypeIn in{c.from, c.in.data(), c.in.size()};
+    CtypeOut out{c.to, &stale, 99};
+    ASSERT_EQ(ctypeConvertTo(&in, &out), c.out ? 0 : -1);
+    if (!c.out) {
+      EXPECT_EQ(out.text, nullptr);
+      EXPECT_EQ(out.len, 0u);
+      continue;
+    }
+    EXPECT_EQ(str, *c.out);
+    EXPECT_EQ(std::string(out.text, out.len), *c.out);
+    EXPECT_EQ(out.text[out.len], '\0');
+    RetUB(out.text);
   }
-  EXPECT_EQ(str, *c.out);
-  EXPECT_EQ(std::string(out.text, out.len), *c.out);
-  EXPECT_EQ(out.text[out.len], '\0');
-  RetUB(out.text);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, Converts,
-    testing::Values(
-        Conversion{"DetectKeepsUtf8", kCtypeDetect, kCtypeUtf8, "Caf\xc3\xa9 \xe2\x82\xac",
-                   "Caf\xc3\xa9 \xe2\x82\xac"},
-        // One bad byte makes the whole text Latin-1, valid-looking pairs included.
-        Conversion{"DetectDecidesForWholeText", kCtypeDetect, kCtypeUtf8, "\xc3\xa9\xff",
-                   "\xc3\x83\xc2\xa9\xc3\xbf"},
-        Conversion{"Latin1ToUtf8", kCtypeLatin1, kCtypeUtf8, "a\xa9\xff", "a\xc2\xa9\xc3\xbf"},
-        Conversion{"Utf16LeToUtf8", kCtypeUtf16Le, kCtypeUtf8, "c\0\xe9\0"s, "c\xc3\xa9"},
-        Conversion{"Utf16BeToUtf8", kCtypeUtf16Be, kCtypeUtf8, "\0c\0\xe9"s, "c\xc3\xa9"},
-        Conversion{"Utf16EmbeddedNul", kCtypeUtf16Le, kCtypeUtf8, "a\0\0\0b\0"s, "a\0b"s},
-        Conversion{"Utf32LeToUtf8", kCtypeUtf32Le, kCtypeUtf8, "\xac\x20\0\0\x00\xf6\x01\0"s,
-                   "\xe2\x82\xac\xf0\x9f\x98\x80"},
-        Conversion{"Utf32BeToUtf8", kCtypeUtf32Be, kCtypeUtf8, "\0\0\0A\0\0\0\xe9"s, "A\xc3\xa9"},
-        Conversion{"Utf8ToLatin1LongerThanOneChunk", kCtypeUtf8, kCtypeLatin1,
-                   std::string(300, 'a') + "\xc3\xa9", std::string(300, 'a') + "\xe9"},
-        Conversion{"TruncatedUtf8ToUtf8", kCtypeUtf8, kCtypeUtf8, "caf\xc3", std::nullopt},
-        Conversion{"TruncatedUtf8ToLatin1", kCtypeUtf8, kCtypeLatin1, "caf\xe2\x82", std::nullopt},
-        Conversion{"OddLengthUtf16", kCtypeUtf16Le, kCtypeUtf8, "a\0b"s, std::nullopt},
-        Conversion{"UnknownSourceCode", 1, kCtypeUtf8, "abc", std::nullopt},
-        Conversion{"UnknownTargetCode", kCtypeUtf8, 8, "abc", std::nullopt},
-        Conversion{"DetectIsNoTarget", kCtypeUtf8, kCtypeDetect, "abc", std::nullopt}),
-    [](const testing::TestParamInfo<Conversion>& p) { return std::string(p.param.what); });
 
 TEST(Ctype, NullTextIsRefusedUnlessEmpty) {
   ctypeInit(1, kCtypeDetect);
