@@ -83,6 +83,24 @@ std::string DmsdProcess::writeFile(const std::string& name, const std::string& t
   return path;
 }
 
+std::string serverConfig(const std::string& contentList, const std::string& rescanTime) {
+  return "Enable = 1\nPort = 49152\nRescanTime = " + rescanTime +
+         "\nIPAddress = 127.0.0.1\nInterface = lo\nDmsName = T\nContentList = " + contentList +
+         "\n";
+}
+
+std::string DmsdProcess::copyFixture(const std::string& rel, const std::string& fixture) const {
+  const std::filesystem::path to = dir_ + "/" + rel;
+  std::filesystem::create_directories(to.parent_path());
+  std::filesystem::copy_file(std::filesystem::path(DMSD_TEST_MEDIA) / fixture, to);
+  return to.string();
+}
+
+bool DmsdProcess::serve(const std::string& contentList, const std::string& ready) {
+  startWithConfig(serverConfig(contentList), {"--data-dir", DMSD_DATA_DIR});
+  return waitForLog(ready);
+}
+
 void DmsdProcess::useBinary(std::string path) {
   binary() = std::move(path);
 }

@@ -17,6 +17,10 @@ using namespace std::chrono_literals;
 // the emulator (qemu and its arguments) for a cross build.
 std::vector<std::string> programRunner();
 
+// The configuration the tests serve with: on 127.0.0.1:49152, sharing the
+// folders of `contentList` ('|'-separated).
+std::string serverConfig(const std::string& contentList, const std::string& rescanTime = "0");
+
 class DmsdProcess {
  public:
   DmsdProcess();
@@ -29,6 +33,9 @@ class DmsdProcess {
 
   // Writes `text` to a file in dir() and returns its path.
   std::string writeFile(const std::string& name, const std::string& text) const;
+  // Copies the fixture medium `fixture` to `rel` under dir(), making the
+  // folders it needs; returns its path.
+  std::string copyFixture(const std::string& rel, const std::string& fixture) const;
 
   // The binary start() runs from now on: the build's own dmsd unless a caller
   // (a benchmark measuring another build) names another. Not thread-safe.
@@ -39,6 +46,9 @@ class DmsdProcess {
 
   // Writes `config` as dms.conf and starts dmsd on it with trace logging.
   void startWithConfig(const std::string& config, std::vector<std::string> extraArgs = {});
+  // Starts on serverConfig(contentList) with the build's data folder; true
+  // once the log says `ready` (the scan's counts).
+  bool serve(const std::string& contentList, const std::string& ready);
 
   // Polls standard error (or output) until it holds `needle` (`times` times);
   // false on timeout.

@@ -29,8 +29,8 @@ using namespace std::string_literals;
 
 namespace {
 
-constexpr char kBase[] = "http://127.0.0.1:49152";
-constexpr char kCdsType[] = "urn:schemas-upnp-org:service:ContentDirectory:1";
+using e2e::kBase;
+using e2e::kCdsType;
 
 std::string soapPost(const std::string& body, const std::string& extraHeaders = "") {
   return "POST /web/cds_control HTTP/1.1\r\nHost: 127.0.0.1:49152\r\nSOAPACTION: \"" +
@@ -88,45 +88,28 @@ long rssKiB(pid_t pid) {
 class Hostile : public testing::Test {
  protected:
   void SetUp() override {
-    char tmpl[] = "/tmp/dmsd-hostile-XXXXXX";
-    share_ = mkdtemp(tmpl);
-    fs::copy_file(fs::path(DMSD_TEST_MEDIA) / "mp3_apic.mp3", share_ + "/song.mp3");
-    dmsd_.startWithConfig(
-        "Enable = 1\nPort = 49152\nRescanTime = 0\nIPAddress = 127.0.0.1\n"
-        "Interface = lo\nDmsName = T\nContentList = " +
-            share_ + "\n",
-        {"--data-dir", DMSD_DATA_DIR});
-    ASSERT_TRUE(dmsd_.waitForLog("music:1"));
-    e2e::Xml didl = browse("0$1$10");
-    ASSERT_EQ(didl.children.size(), 1u);
-    const e2e::Xml* res = didl.children[0].child("res");
+    dmsd_.copyFixture("share/song.mp3", "mp3_apic.mp3");
+    ASSERT_TRUE(dmsd_.serve(dmsd_.dir() + "/share", "music:1")) << dmsd_.log();
+    auto songs = e2e::childObjects("0$1$10");
+    ASSERT_EQ(songs.size(), 1u);
+    const e2e::Xml* res = songs[0].child("res");
     ASSERT_TRUE(res);
     songUrl_ = res->text;
   }
-  void TearDown() override {
-    dmsd_.stop();
-    fs::remove_all(share_);
-  }
-
-  e2e::Xml browse(const std::string& id) {
-    e2e::SoapResult r = e2e::browseChildren(std::string(kBase) + "/web/cds_control", id);
-    EXPECT_TRUE(r.ok()) << r.http.raw;
-    return e2e::parseXml(e2e::findField(r.out, "Result").value_or("")).value_or(e2e::Xml{});
-  }
+  void TearDown() override { dmsd_.stop(); }
 
   // A Browse and a media GET from another client answer, each within a second.
   void expectOthersServedPromptly(const char* what) {
     auto start = Clock::now();
-    EXPECT_EQ(browse("0$1$10").children.size(), 1u) << what;
+    EXPECT_EQ(e2e::childObjects("0$1$10").size(), 1u) << what;
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(1)) << what << ": Browse";
     start = Clock::now();
     EXPECT_EQ(e2e::httpRequest(songUrl_, "GET", {{"Host", "127.0.0.1:49152"}}).status, 200) << what;
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(1)) << what << ": media GET";
   }
 
-  std::string share_;
-  std::string songUrl_;
   DmsdProcess dmsd_;
+  std::string songUrl_;
 };
 
 TEST_F(Hostile, BodiesAndHeadersAreBoundedAndMemoryReturns) {

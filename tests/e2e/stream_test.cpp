@@ -24,7 +24,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char kMedia[] = "http://127.0.0.1:49152";
 constexpr size_t kBigPadding = 16 << 20;  // more than loopback buffers hold
 // Past 4 GiB, so sizes and offsets need 64 bits; sparse, so it costs no disk.
 constexpr uintmax_t kHugeSize = (uintmax_t{4} << 30) + (64 << 10);
@@ -56,48 +55,32 @@ struct Item {
 class Stream : public testing::Test {
  protected:
   void SetUp() override {
-    char tmpl[] = "/tmp/dmsd-stream-XXXXXX";
-    share_ = mkdtemp(tmpl);
-    const fs::path media = DMSD_TEST_MEDIA;
-    fs::copy_file(media / "mp3_apic.mp3", share_ + "/song.mp3");
-    fs::copy_file(media / "mp3_cbr_44k_128k_stereo.mp3", share_ + "/plain.mp3");
-    fs::copy_file(media / "jpeg_exif_thumb.jpg", share_ + "/photo.jpg");
-    fs::copy_file(media / "png_plain.png", share_ + "/picture.png");
-    fs::copy_file(media / "avi_mpeg4_mp3.avi", share_ + "/clip.avi");
+    share_ = dmsd_.dir() + "/share";
+    for (auto [name, fixture] : {std::pair{"song.mp3", "mp3_apic.mp3"},
+                                 {"plain.mp3", "mp3_cbr_44k_128k_stereo.mp3"},
+                                 {"photo.jpg", "jpeg_exif_thumb.jpg"},
+                                 {"picture.png", "png_plain.png"},
+                                 {"clip.avi", "avi_mpeg4_mp3.avi"},
+                                 {"huge.mp3", "mp3_cbr_44k_128k_stereo.mp3"}})
+      dmsd_.copyFixture(std::string("share/") + name, fixture);
     std::ofstream(share_ + "/clip.avi", std::ios::app) << std::string(kBigPadding, '\0');
-    fs::copy_file(media / "mp3_cbr_44k_128k_stereo.mp3", share_ + "/huge.mp3");
     fs::resize_file(share_ + "/huge.mp3", kHugeSize);
-    dmsd_.startWithConfig(
-        "Enable = 1\nPort = 49152\nRescanTime = 0\nIPAddress = 127.0.0.1\n"
-        "Interface = lo\nDmsName = T\nContentList = " +
-            share_ + "\n",
-        {"--data-dir", DMSD_DATA_DIR});
-    ASSERT_TRUE(dmsd_.waitForLog("music:3; photo:2; video:1"));
-    for (const char* view : {"0$1$10", "0$2$20", "0$3$30"}) browseItems(view);
-    for (const char* name : {"song", "plain", "photo", "picture", "clip", "huge"}) {
-      for (const auto& entry : fs::directory_iterator(share_))
-        if (entry.path().stem() == name) items_[name] = bySize_[std::to_string(entry.file_size())];
+    ASSERT_TRUE(dmsd_.serve(share_, "music:3; photo:2; video:1")) << dmsd_.log();
+    // Items are told apart by their sizes: titles come from tags.
+    std::map<std::string, Item> bySize;
+    for (const char* view : {"0$1$10", "0$2$20", "0$3$30"}) {
+      for (const e2e::Xml& item : e2e::childObjects(view)) {
+        const e2e::Xml* res = item.child("res");
+        ASSERT_TRUE(res);
+        bySize[e2e::findField(res->attributes, "size").value_or("")] = {
+            res->text, e2e::findField(res->attributes, "protocolInfo").value_or("")};
+      }
     }
+    for (const auto& entry : fs::directory_iterator(share_))
+      items_[entry.path().stem()] = bySize[std::to_string(entry.file_size())];
   }
-  void TearDown() override {
-    dmsd_.stop();
-    fs::remove_all(share_);
-  }
+  void TearDown() override { dmsd_.stop(); }
 
-  // Records the first res of every item of a view by its size, which tells the
-  // files apart (titles come from tags).
-  void browseItems(const std::string& id) {
-    e2e::SoapResult r = e2e::browseChildren("http://127.0.0.1:49152/web/cds_control", id);
-    ASSERT_TRUE(r.ok()) << r.http.raw;
-    auto didl = e2e::parseXml(e2e::findField(r.out, "Result").value_or(""));
-    ASSERT_TRUE(didl);
-    for (const e2e::Xml& item : didl->children) {
-      const e2e::Xml* res = item.child("res");
-      ASSERT_TRUE(res);
-      bySize_[e2e::findField(res->attributes, "size").value_or("")] = {
-          res->text, e2e::findField(res->attributes, "protocolInfo").value_or("")};
-    }
-  }
   // "/<id>" of an item.
   std::string idPath(const std::string& title) {
     const std::string& url = items_[title].url;
@@ -105,9 +88,8 @@ class Stream : public testing::Test {
     return last.substr(0, last.find('.'));
   }
 
-  std::string share_;
   DmsdProcess dmsd_;
-  std::map<std::string, Item> bySize_;
+  std::string share_;
   std::map<std::string, Item> items_;  // by file name without extension
 };
 
@@ -197,7 +179,7 @@ TEST_F(Stream, FilesPast4GiBKeepTheirSizeAndOffsets) {
 
 TEST_F(Stream, ThumbnailsFromTheFileOrTheDefaults) {
   const std::string photo = readAll(share_ + "/photo.jpg");
-  e2e::HttpResponse exif = fetch(std::string(kMedia) + "/web/tn/image" + idPath("photo"));
+  e2e::HttpResponse exif = fetch(std::string(e2e::kBase) + "/web/tn/image" + idPath("photo"));
   EXPECT_EQ(exif.status, 200);
   EXPECT_EQ(exif.header("Content-Type").value_or(""), "image/jpeg");
   // The EXIF thumbnail: a whole JPEG cut out of the picture.
@@ -206,7 +188,7 @@ TEST_F(Stream, ThumbnailsFromTheFileOrTheDefaults) {
   EXPECT_EQ(exif.body.substr(0, 2), "\xFF\xD8");
   EXPECT_NE(photo.find(exif.body), std::string::npos);
 
-  e2e::HttpResponse apic = fetch(std::string(kMedia) + "/web/tn/music" + idPath("song"));
+  e2e::HttpResponse apic = fetch(std::string(e2e::kBase) + "/web/tn/music" + idPath("song"));
   EXPECT_EQ(apic.status, 200);
   ASSERT_GT(apic.body.size(), 8u);
   EXPECT_NE(readAll(share_ + "/song.mp3").find(apic.body), std::string::npos);
@@ -220,7 +202,7 @@ TEST_F(Stream, ThumbnailsFromTheFileOrTheDefaults) {
       {"/web/tn/video" + idPath("clip"), "video.jpg"},
   };
   for (const Case& c : defaults) {
-    e2e::HttpResponse r = fetch(kMedia + c.path);
+    e2e::HttpResponse r = fetch(e2e::kBase + c.path);
     EXPECT_EQ(r.status, 200) << c.path;
     EXPECT_TRUE(r.body == readAll(data + "/" + c.file)) << c.path;
   }
@@ -236,7 +218,7 @@ TEST_F(Stream, RefusalsAndVanishedFiles) {
       200);
   fs::remove(share_ + "/plain.mp3");
   EXPECT_EQ(fetch(items_["plain"].url).status, 404);
-  EXPECT_EQ(fetch(std::string(kMedia) + "/web/99999.mp3").status, 404);
+  EXPECT_EQ(fetch(std::string(e2e::kBase) + "/web/99999.mp3").status, 404);
 }
 
 TEST_F(Stream, ClientLeavingMidStreamLeavesNoDescriptorOpen) {
@@ -253,8 +235,8 @@ TEST_F(Stream, ClientLeavingMidStreamLeavesNoDescriptorOpen) {
   }
   int fd = e2e::connectFrom("127.0.0.1");
   ASSERT_GE(fd, 0);
-  const std::string get =
-      "GET " + items_["clip"].url.substr(strlen(kMedia)) + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+  const std::string get = "GET " + items_["clip"].url.substr(strlen(e2e::kBase)) +
+                          " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
   ASSERT_GT(send(fd, get.data(), get.size(), MSG_NOSIGNAL), 0);
   char buf[65536];
   ASSERT_GT(recv(fd, buf, sizeof buf, MSG_WAITALL), 0);

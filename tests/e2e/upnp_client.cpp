@@ -387,14 +387,20 @@ std::string SsdpListener::heard() const {
   return text;
 }
 
-SoapResult browseChildren(const std::string& controlUrl, const std::string& objectId) {
-  return soapAction(controlUrl, "urn:schemas-upnp-org:service:ContentDirectory:1", "Browse",
+SoapResult browseChildren(const std::string& objectId, const std::string& count) {
+  return soapAction(std::string(kBase) + "/web/cds_control", kCdsType, "Browse",
                     {{"ObjectID", objectId},
                      {"BrowseFlag", "BrowseDirectChildren"},
                      {"Filter", "*"},
                      {"StartingIndex", "0"},
-                     {"RequestedCount", "0"},
+                     {"RequestedCount", count},
                      {"SortCriteria", ""}});
+}
+
+std::vector<Xml> childObjects(const std::string& objectId) {
+  SoapResult r = browseChildren(objectId);
+  auto didl = parseXml(findField(r.out, "Result").value_or(""));
+  return r.ok() && didl ? didl->children : std::vector<Xml>{};
 }
 
 }  // namespace e2e

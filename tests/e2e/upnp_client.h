@@ -73,8 +73,16 @@ struct SoapResult {
 
 SoapResult soapAction(const std::string& controlUrl, const std::string& serviceType,
                       const std::string& action, const Fields& args = {});
-// BrowseDirectChildren of `objectId`, every child at once, all properties.
-SoapResult browseChildren(const std::string& controlUrl, const std::string& objectId);
+
+// Where the daemons of the tests serve.
+inline constexpr char kBase[] = "http://127.0.0.1:49152";
+inline constexpr char kCdsType[] = "urn:schemas-upnp-org:service:ContentDirectory:1";
+
+// BrowseDirectChildren of `objectId` on the tests' daemon, `count` children
+// (0: all) with all properties.
+SoapResult browseChildren(const std::string& objectId, const std::string& count = "0");
+// The objects of that Browse's Result; none when it fails or does not parse.
+std::vector<Xml> childObjects(const std::string& objectId);
 SoapResult queryStateVariable(const std::string& controlUrl, const std::string& varName);
 
 struct GenaEvent {
