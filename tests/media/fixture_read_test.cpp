@@ -42,28 +42,18 @@ std::map<std::string, Probe> loadProbes() {
   std::string line;
   std::getline(in, line);  // the header
   while (std::getline(in, line)) {
-    std::vector<std::string> f;
     std::stringstream fields(line);
-    for (std::string field; std::getline(fields, field, '\t');) f.push_back(field);
-    if (f.size() != 17) continue;
-    Probe p{f[0],
-            f[1],
-            std::stod(f[2]),
-            std::stoll(f[3]),
-            std::stoll(f[4]),
-            f[5],
-            std::stoi(f[6]),
-            std::stoi(f[7]),
-            f[8],
-            std::stoll(f[9]),
-            std::stod(f[10]),
-            f[11],
-            std::stoi(f[12]),
-            f[13],
-            std::stoi(f[14]),
-            std::stoi(f[15]),
-            std::stoll(f[16])};
-    probes[p.file] = p;
+    auto text = [&fields] {
+      std::string field;
+      std::getline(fields, field, '\t');
+      return field;
+    };
+    auto num = [&text] { return std::stod(text()); };
+    // Braces run the reads left to right.
+    Probe p{text(),     text(),     num(),      (int64_t)num(), (int64_t)num(), text(),
+            (int)num(), (int)num(), text(),     (int64_t)num(), num(),          text(),
+            (int)num(), text(),     (int)num(), (int)num(),     (int64_t)num()};
+    if (fields) probes[p.file] = p;
   }
   return probes;
 }
