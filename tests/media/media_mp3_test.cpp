@@ -4,22 +4,15 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 
 #include "media/reader_test_util.h"
-#include "platform/alloc.h"
 #include "platform/ctype.h"
 
 namespace {
 
 using namespace std::string_literals;  // "..."s keeps embedded zero bytes
-using reader_test::fixture;
 
 std::string big(uint32_t v, int width) {
   const reader_test::Bytes b = reader_test::be(v, width);
@@ -60,24 +53,12 @@ const std::string kCbrAudio = frames(kMpeg1Stereo128k, 417, 4);
 class Mp3 : public testing::Test {
  protected:
   static void SetUpTestSuite() { ctypeInit(1, kCtypeDetect); }
-  void TearDown() override { std::filesystem::remove(path_); }
-
-  const std::string& write(const std::string& bytes) {
-    std::ofstream(path_, std::ios::binary) << bytes;
-    return path_;
-  }
-  // Reads as the dispatcher would; `file_size` overrides the size on disk.
-  int32_t readFile(const std::string& path, uint32_t file_size = 0) {
+  // Reads as the dispatcher would, with the file's size.
+  int32_t readBytes(const std::string& bytes) {
     info_ = std::make_unique<MediaInfo>();
-    info_->file_size = file_size ? file_size : std::filesystem::file_size(path);
-    std::unique_ptr<FILE, int (*)(FILE*)> f(fopen(path.c_str(), "rb"), fclose);
-    if (!f) return 99;
-    MediaIo io{};
-    media_init_io(&io, f.get(), kMediaFileMp3);
-    return mp3_read_info(&io, info_.get());
-  }
-  int32_t readBytes(const std::string& bytes, uint32_t file_size = 0) {
-    return readFile(write(bytes), file_size);
+    info_->file_size = static_cast<uint32_t>(bytes.size());
+    return reader_test::readBytes(mp3_read_info, kMediaFileMp3,
+                                  reader_test::Bytes(bytes.begin(), bytes.end()), info_.get());
   }
   std::string tags() const {
     return std::string(info_->title) + "|" + info_->genre + "|" + std::to_string(info_->year) +
@@ -85,7 +66,6 @@ class Mp3 : public testing::Test {
            std::to_string(info_->track);
   }
 
-  const std::string path_ = testing::TempDir() + "media_mp3_test." + std::to_string(getpid());
   std::unique_ptr<MediaInfo> info_;
 };
 
