@@ -16,7 +16,6 @@
 #include "content/state_var.h"
 #include "content/test_library.h"
 #include "fakes/action_request.h"
-#include "fakes/fake_upnp_device.h"
 #include "http/http_header.h"
 
 namespace {
