@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
+#include <regex>
 
 #include "content/state_var.h"
 #include "e2e/daemon.h"
@@ -59,13 +59,7 @@ e2e::HttpResponse subscribe(const Service& s, const std::string& callback) {
 
 // Hex digits in groups of 8-4-4-4-12.
 bool isUuid(const std::string& text) {
-  const std::string shape = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
-  if (text.size() != shape.size()) return false;
-  for (size_t i = 0; i < text.size(); ++i) {
-    bool ok = shape[i] == '-' ? text[i] == '-' : std::isxdigit(static_cast<unsigned char>(text[i]));
-    if (!ok) return false;
-  }
-  return true;
+  return std::regex_match(text, std::regex("[0-9a-fA-F]{8}(-[0-9a-fA-F]{4}){3}-[0-9a-fA-F]{12}"));
 }
 
 // One element per line with namespace, attributes and trimmed text, so that
