@@ -178,6 +178,41 @@ TEST(MpegReader, StreamTypesAndDescriptors) {
   }
 }
 
+TEST(MpegReader, Ac3RateFromItsFrameHeader) {
+  for (auto [fscod, rate] : {std::pair{0, 48000u}, {1, 44100u}, {2, 32000u}}) {
+    TsWriter ts;
+    ts.tables(0x81);
+    // 128 kbit/s, bsid 8, two channels.
+    Bytes frame = {0x0B, 0x77, 0, 0, static_cast<uint8_t>(fscod << 6 | 16), 8 << 3, 0x40};
+    frame.resize(16);
+    ts.pes(kEsPid, pesPacket(0xBD, 90000, frame));
+    ReadResult r = readBytes(ts.out);
+    EXPECT_EQ(r.info->sample_rate, rate) << fscod;
+    EXPECT_EQ(r.info->audio_bit_rate, 128000u) << fscod;
+  }
+}
+
+// All ones in the 18-bit rate says "variable"; one less is a real rate.
+TEST(MpegReader, SequenceHeaderRateMarker) {
+  for (auto [rate, want] : {std::pair{0x3FFFFu, 0u}, {0x3FFFEu, 0x3FFFEu * 400}}) {
+    const uint8_t header[16] = {0,
+                                0,
+                                1,
+                                0xB3,
+                                0x16,
+                                0x01,
+                                0x20,
+                                0x13,
+                                uint8_t(rate >> 10),
+                                uint8_t(rate >> 2),
+                                uint8_t(rate << 6 | 0x20)};
+    MpegVideoParams v{};
+    ASSERT_TRUE(mpeg_parse_video_es(header, sizeof header, 0, &v));
+    EXPECT_EQ(v.width, 352);
+    EXPECT_EQ(v.bit_rate, want);
+  }
+}
+
 TEST(MpegReader, RejectsOtherData) {
   const Bytes others[] = {
       Bytes(4096, 0), Bytes(1000, 0x47), {'R', 'I', 'F', 'F', 0, 0, 0, 0}, {0, 0, 1, 0xB3, 0xFF}};
